@@ -1,0 +1,10 @@
+/* vxio: every family of the exported interface. */
+#ifndef VXIO_VXIO_H
+#define VXIO_VXIO_H
+
+#include "alloc.h"
+#include "io.h"
+#include "lock_sha1.h"
+#include "name_cache.h"
+
+#endif /* VXIO_VXIO_H */

@@ -1,0 +1,42 @@
+// The default entries of the platform seam: the real system functions.
+#include "platform/os.h"
+
+namespace vxio::platform {
+
+const OsTable real_os = {
+    ::GetProcessHeap,
+    ::HeapAlloc,
+    ::HeapReAlloc,
+    ::HeapFree,
+    ::HeapCompact,
+
+    ::InitializeCriticalSectionAndSpinCount,
+    ::DeleteCriticalSection,
+    ::EnterCriticalSection,
+    ::TryEnterCriticalSection,
+    ::LeaveCriticalSection,
+    ::GetCurrentThreadId,
+
+    ::GetLastError,
+    ::SetLastError,
+
+    ::CreateFileA,
+    ::ReadFile,
+    ::WriteFile,
+    ::SetFilePointerEx,
+    ::GetFileSize,
+    ::SetEndOfFile,
+    ::CloseHandle,
+
+    ::LoadLibraryA,
+    ::GetModuleHandleA,
+    ::GetProcAddress,
+    ::FreeLibrary,
+
+    ::_mbslwr,
+    ::_mbscmp,
+};
+
+OsTable os = real_os;
+
+}  // namespace vxio::platform

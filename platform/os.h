@@ -1,0 +1,79 @@
+// The platform seam: every operating-system call the library makes goes
+// through this one table of function pointers, which defaults to the real
+// functions. Tests replace entries (to fail a call with a chosen error, hide
+// an entry point, count allocations or serve recorded answers) and put
+// them back with SeamEntry. No logic lives here: each entry is the system
+// function itself, with its own signature.
+#pragma once
+
+#include <windows.h>
+
+#include <mbstring.h>
+
+namespace vxio::platform {
+
+struct OsTable {
+    // Process heap (allocation family).
+    HANDLE(WINAPI *GetProcessHeap)();
+    LPVOID(WINAPI *HeapAlloc)(HANDLE, DWORD, SIZE_T);
+    LPVOID(WINAPI *HeapReAlloc)(HANDLE, DWORD, LPVOID, SIZE_T);
+    BOOL(WINAPI *HeapFree)(HANDLE, DWORD, LPVOID);
+    SIZE_T(WINAPI *HeapCompact)(HANDLE, DWORD);
+
+    // Critical sections and threads.
+    BOOL(WINAPI *InitializeCriticalSectionAndSpinCount)(LPCRITICAL_SECTION, DWORD);
+    void(WINAPI *DeleteCriticalSection)(LPCRITICAL_SECTION);
+    void(WINAPI *EnterCriticalSection)(LPCRITICAL_SECTION);
+    BOOL(WINAPI *TryEnterCriticalSection)(LPCRITICAL_SECTION);
+    void(WINAPI *LeaveCriticalSection)(LPCRITICAL_SECTION);
+    DWORD(WINAPI *GetCurrentThreadId)();
+
+    // Errors.
+    DWORD(WINAPI *GetLastError)();
+    void(WINAPI *SetLastError)(DWORD);
+
+    // Files.
+    HANDLE(WINAPI *CreateFileA)(LPCSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE);
+    BOOL(WINAPI *ReadFile)(HANDLE, LPVOID, DWORD, LPDWORD, LPOVERLAPPED);
+    BOOL(WINAPI *WriteFile)(HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED);
+    BOOL(WINAPI *SetFilePointerEx)(HANDLE, LARGE_INTEGER, PLARGE_INTEGER, DWORD);
+    DWORD(WINAPI *GetFileSize)(HANDLE, LPDWORD);
+    BOOL(WINAPI *SetEndOfFile)(HANDLE);
+    BOOL(WINAPI *CloseHandle)(HANDLE);
+
+    // Modules: system entry points that may be missing are looked up by
+    // name at each use and released after.
+    HMODULE(WINAPI *LoadLibraryA)(LPCSTR);
+    HMODULE(WINAPI *GetModuleHandleA)(LPCSTR);
+    FARPROC(WINAPI *GetProcAddress)(HMODULE, LPCSTR);
+    BOOL(WINAPI *FreeLibrary)(HMODULE);
+
+    // Multibyte text of the C runtime (code-page dependent).
+    unsigned char *(__cdecl *mbslwr)(unsigned char *);
+    int(__cdecl *mbscmp)(const unsigned char *, const unsigned char *);
+};
+
+// The live table. Defaults to the real functions.
+extern OsTable os;
+
+// The real functions, for putting entries back.
+extern const OsTable real_os;
+
+// Replaces one entry of the table for the lifetime of the guard:
+//   SeamEntry guard(&OsTable::HeapAlloc, &failing_heap_alloc);
+template <typename Fn>
+class SeamEntry {
+public:
+    SeamEntry(Fn OsTable::*entry, Fn replacement) : entry_(entry), saved_(os.*entry) {
+        os.*entry_ = replacement;
+    }
+    ~SeamEntry() { os.*entry_ = saved_; }
+    SeamEntry(const SeamEntry &) = delete;
+    SeamEntry &operator=(const SeamEntry &) = delete;
+
+private:
+    Fn OsTable::*entry_;
+    Fn saved_;
+};
+
+}  // namespace vxio::platform

@@ -1,0 +1,8 @@
+/* Every public header must be valid C99 on its own. */
+#include "vxio/alloc.h"
+#include "vxio/io.h"
+#include "vxio/lock_sha1.h"
+#include "vxio/name_cache.h"
+#include "vxio/vxio.h"
+
+int vxio_headers_compile_as_c(void) { return (int)sizeof(IoTable); }

@@ -55,15 +55,22 @@ VXIO_STATIC_ASSERT(offsetof(SHA1Context, Message_Block) == 30, SHA1Context_Messa
 VXIO_STATIC_ASSERT(offsetof(SHA1Context, Computed) == 96, SHA1Context_Computed);
 VXIO_STATIC_ASSERT(offsetof(SHA1Context, Corrupted) == 100, SHA1Context_Corrupted);
 
-/* Starts a message: shaSuccess, or shaNull for a null context. */
+/* Starts a message: shaSuccess, or shaNull for a null context. As in the
+ * RFC, Message_Block keeps whatever it held. */
 VXIO_API int32_t SHA1Reset(SHA1Context *context) VXIO_NOEXCEPT;
 /* Appends length bytes. A zero length returns shaSuccess before any other
- * test; then shaNull for a null argument, shaStateError after SHA1Result,
- * or a stored corruption code (1 once the bit length passed 2^64). */
+ * test; then shaNull for a null argument, shaStateError after SHA1Result
+ * (stored as the corruption code), or a stored corruption code. When the
+ * bit length reaches 2^64 the code 1 is stored and no further byte is
+ * taken; that call itself still returns shaSuccess, as in the RFC. A
+ * context whose Message_Block_Index is outside 0..63 (never reset) gets
+ * shaStateError stored and returned. */
 VXIO_API int32_t SHA1Input(SHA1Context *context, const uint8_t *message,
                            uint32_t length) VXIO_NOEXCEPT;
 /* Finishes once and writes the 20-byte digest (again on later calls):
- * shaSuccess, shaNull, or the stored corruption code. */
+ * shaSuccess, shaNull, or the stored corruption code (the digest is then
+ * not written), or shaStateError as Input gives it for a block index out
+ * of range. Finishing clears Message_Block and the length fields. */
 VXIO_API int32_t SHA1Result(SHA1Context *context, uint8_t digest[SHA1HashSize]) VXIO_NOEXCEPT;
 
 VXIO_EXTERN_C_END

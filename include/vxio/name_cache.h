@@ -33,7 +33,10 @@ VXIO_STATIC_ASSERT(offsetof(NameCacheEntry, result) == 8, NameCacheEntry_result)
 VXIO_API DynArray *VOXA_IO_OpenNameCache(void) VXIO_NOEXCEPT;
 /* Finds name (compared as given, stored lower-cased) or inserts it in
  * order: 0 found, VXIO_CACHE_ADDED new, with *index set; -2 for a null
- * cache, name or index pointer; -5 when no entry can be allocated. */
+ * cache, name or index pointer; -5 when no entry can be allocated or the
+ * cache cannot grow to hold it (the cache is then unchanged). An empty
+ * name, or one whose copy cannot be made, gives a new entry with a null
+ * name. */
 VXIO_API uint32_t VOXA_IO_AddNameToCache(DynArray *cache, const char *name,
                                          uint32_t *index) VXIO_NOEXCEPT;
 /* 0 and *result; -2 when index > count (or a null out pointer); 1 for a

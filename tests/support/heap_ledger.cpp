@@ -8,7 +8,10 @@ namespace {
 HeapLedger *current = nullptr;
 }
 
-HeapLedger::HeapLedger() : saved_(platform::os) {
+HeapLedger::HeapLedger()
+    : restore_(platform::os),
+      next_(current ? current->next_ : platform::os),
+      previous_(current) {
     current = this;
     platform::os.HeapAlloc = heap_alloc;
     platform::os.HeapReAlloc = heap_realloc;
@@ -16,10 +19,10 @@ HeapLedger::HeapLedger() : saved_(platform::os) {
 }
 
 HeapLedger::~HeapLedger() {
-    platform::os.HeapAlloc = saved_.HeapAlloc;
-    platform::os.HeapReAlloc = saved_.HeapReAlloc;
-    platform::os.HeapFree = saved_.HeapFree;
-    current = nullptr;
+    platform::os.HeapAlloc = restore_.HeapAlloc;
+    platform::os.HeapReAlloc = restore_.HeapReAlloc;
+    platform::os.HeapFree = restore_.HeapFree;
+    current = previous_;
 }
 
 size_t HeapLedger::live() const {
@@ -59,7 +62,7 @@ LPVOID WINAPI HeapLedger::heap_alloc(HANDLE heap, DWORD flags, SIZE_T size) {
         ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
-    void *block = self.saved_.HeapAlloc(heap, flags, size);
+    void *block = self.next_.HeapAlloc(heap, flags, size);
     if (block) self.live_.insert(block);
     return block;
 }
@@ -71,7 +74,7 @@ LPVOID WINAPI HeapLedger::heap_realloc(HANDLE heap, DWORD flags, LPVOID block, S
         ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
-    void *moved = self.saved_.HeapReAlloc(heap, flags, block, size);
+    void *moved = self.next_.HeapReAlloc(heap, flags, block, size);
     if (moved) {
         self.live_.erase(block);
         self.live_.insert(moved);
@@ -83,7 +86,7 @@ BOOL WINAPI HeapLedger::heap_free(HANDLE heap, DWORD flags, LPVOID block) {
     HeapLedger &self = *current;
     std::lock_guard<std::mutex> lock(self.mutex_);
     self.live_.erase(block);
-    return self.saved_.HeapFree(heap, flags, block);
+    return self.next_.HeapFree(heap, flags, block);
 }
 
 void each_allocation_fails(const std::function<void(HeapLedger &)> &scenario) {

@@ -39,12 +39,16 @@ private:
     int calls_ = 0;
     int fail_at_ = 0;
     bool failed_ = false;
-    platform::OsTable saved_;
+    platform::OsTable restore_;  // the seam as it was before this ledger
+    platform::OsTable next_;     // the real heap functions this ledger calls
+    HeapLedger *previous_;
 };
 
 // Runs scenario once to count its allocation calls, then once more for each
 // of them with that call failing. After every run no block may be left.
 // scenario receives the ledger so that it can ask whether its run failed.
+// Ledgers nest: while an inner ledger lives, it alone counts, and the outer
+// one takes over again when it ends.
 void each_allocation_fails(const std::function<void(HeapLedger &)> &scenario);
 
 }  // namespace vxio::test

@@ -23,9 +23,14 @@
 #define VXIO_STATIC_ASSERT(cond, name) typedef char vxio_layout_##name[(cond) ? 1 : -1]
 #endif
 
-/* Exports are resolved through the import library or GetProcAddress; no
- * dllimport decoration is needed for functions. */
+/* Clients import from vxio.dll, so that the address of an export (as the
+ * I/O tables hold them) is the DLL's own and not a local thunk. The library
+ * itself, and code linked with its static form, define VXIO_BUILDING. */
+#if defined(_WIN32) && !defined(VXIO_BUILDING)
+#define VXIO_API __declspec(dllimport)
+#else
 #define VXIO_API
+#endif
 
 #define VXIO_VERSION_MAJOR 0
 #define VXIO_VERSION_MINOR 1

@@ -1,1 +1,225 @@
+// Black-box: vxio.dll loaded by name and every export resolved by name, as
+// the engine does it. The export table must hold exactly the names of
+// vxio.def (no decorated or stray names), and each family must work
+// through the resolved pointers alone.
 #include <gtest/gtest.h>
+#include <windows.h>
+
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "vxio/vxio.h"
+
+extern "C" int vxio_headers_compile_as_c(void);
+
+namespace {
+
+const char *const kExpectedNames[] = {
+#include "export_names.inc"
+};
+
+class Dll : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { module_ = LoadLibraryA("vxio.dll"); }
+    static void TearDownTestSuite() {
+        if (module_) FreeLibrary(module_);
+    }
+    void SetUp() override { ASSERT_NE(module_, nullptr) << "vxio.dll did not load: " << GetLastError(); }
+
+    template <typename Fn>
+    static Fn get(const char *name) {
+        auto *p = reinterpret_cast<Fn>(reinterpret_cast<void *>(GetProcAddress(module_, name)));
+        EXPECT_NE(p, nullptr) << name;
+        return p;
+    }
+#define VXIO_GET(name) get<decltype(&name)>(#name)
+
+    // The names in the loaded image's export directory.
+    static std::set<std::string> exported_names() {
+        auto *base = reinterpret_cast<const uint8_t *>(module_);
+        auto *dos = reinterpret_cast<const IMAGE_DOS_HEADER *>(base);
+        auto *nt = reinterpret_cast<const IMAGE_NT_HEADERS64 *>(base + dos->e_lfanew);
+        const IMAGE_DATA_DIRECTORY &dir =
+            nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT];
+        auto *exports = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY *>(base + dir.VirtualAddress);
+        auto *names = reinterpret_cast<const DWORD *>(base + exports->AddressOfNames);
+        std::set<std::string> out;
+        for (DWORD i = 0; i < exports->NumberOfNames; ++i)
+            out.insert(reinterpret_cast<const char *>(base + names[i]));
+        return out;
+    }
+
+    static HMODULE module_;
+};
+
+HMODULE Dll::module_ = nullptr;
+
+TEST_F(Dll, ExportsExactlyTheInterfaceNames) {
+    std::set<std::string> expected(std::begin(kExpectedNames), std::end(kExpectedNames));
+    EXPECT_EQ(exported_names(), expected);
+    for (const char *name : kExpectedNames)
+        EXPECT_NE(GetProcAddress(module_, name), nullptr) << name;
+    EXPECT_GT(vxio_headers_compile_as_c(), 0);
+}
+
+TEST_F(Dll, MemoryObjectThroughTheTable) {
+    auto getTable = VXIO_GET(VOXA_IO_GetTableForMemIO);
+    auto freeTable = VXIO_GET(VOXA_IO_FreeTableForMemIO);
+    auto open = VXIO_GET(VOXA_MEM_Open);
+    auto close = VXIO_GET(VOXA_MEM_Close);
+    auto position = VXIO_GET(VOXA_MEM_PositionFile);
+    auto changed = VXIO_GET(VOXA_IO_Changed);
+    auto name = VXIO_GET(VOXA_IO_GetNamePointer);
+    auto setUser = VXIO_GET(VOXA_IO_SetUserPointer);
+    auto getUser = VXIO_GET(VOXA_IO_GetUserPointer);
+
+    int entries[3];
+    IoTable *table = getTable(&entries[0], &entries[1], &entries[2], nullptr);
+    ASSERT_NE(table, nullptr);
+    char data[] = "hello, world";
+    uint64_t size = 12;
+    const uint8_t callerData[16] = {};
+    IoObject *o = open("greeting", 0, 5, data, &size, callerData, 16);
+    ASSERT_NE(o, nullptr);
+    EXPECT_STREQ(name(o), "greeting");
+    EXPECT_EQ(setUser(o, 6), 5u);
+    EXPECT_EQ(getUser(o), 6u);
+
+    char buffer[5] = {};
+    EXPECT_EQ(table->Read(o, 7, buffer, 5), 0u);
+    EXPECT_EQ(std::string(buffer, 5), "world");
+    EXPECT_EQ(table->Write(o, 0, "H", 1), 0u);
+    EXPECT_EQ(changed(o), 1);
+    EXPECT_EQ(table->SetEnd(o, 5), 0u);
+    EXPECT_EQ(size, 5u);
+    EXPECT_EQ(position(o, 5), 0);
+    EXPECT_EQ(table->MakeWriteable(o), 0u);
+    EXPECT_EQ(table->FileSystemOpen(o, "x", 0, 0), nullptr);
+    EXPECT_EQ(std::string(data, 5), "Hello");
+    close(o);
+    freeTable(table);
+}
+
+TEST_F(Dll, HandleObjectThroughTheTable) {
+    char path[MAX_PATH];
+    GetTempPathA(MAX_PATH, path);
+    std::strcat(path, "vxio-blackbox.bin");
+    HANDLE file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                              FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE);
+
+    auto getTable = VXIO_GET(VOXA_IO_GetTableForHandleIO);
+    auto freeTable = VXIO_GET(VOXA_IO_FreeTableForHandleIO);
+    auto open = VXIO_GET(VOXA_HANDLE_Open);
+    auto close = VXIO_GET(VOXA_HANDLE_Close);
+    auto position = VXIO_GET(VOXA_HANDLE_PositionFile);
+    int entries[3];
+    IoTable *table = getTable(&entries[0], &entries[1], &entries[2], &entries[0]);
+    ASSERT_NE(table, nullptr);
+    const uint8_t callerData[16] = {};
+    IoObject *o = open(path, 0, 0, file, callerData, 16);
+    ASSERT_NE(o, nullptr);
+    EXPECT_EQ(table->Write(o, 0, "0123456789", 10), 0u);
+    char buffer[4] = {};
+    EXPECT_EQ(table->Read(o, 6, buffer, 4), 0u);
+    EXPECT_EQ(std::string(buffer, 4), "6789");
+    EXPECT_EQ(table->Read(o, 8, buffer, 4), 207u);
+    uint64_t size = 0;
+    EXPECT_EQ(table->GetSize(o, &size), 0u);
+    EXPECT_EQ(size, 10u);
+    EXPECT_EQ(position(o, 3), 1);
+    EXPECT_EQ(table->FileSystemDelete(o, path, 0), 207u);
+    close(o);
+    freeTable(table);
+    CloseHandle(file);
+}
+
+TEST_F(Dll, AllocationArraysLockAndSha1) {
+    auto alloc = VXIO_GET(ZELTA_mymalloc);
+    auto realloc = VXIO_GET(ZELTA_myrealloc);
+    auto allocArray = VXIO_GET(ZELTA_mymallocarray);
+    auto reallocArray = VXIO_GET(ZELTA_myreallocarray);
+    auto release = VXIO_GET(ZELTA_myfree);
+    void *block = realloc(alloc(8), 64, 8);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(allocArray(uint64_t{1} << 63, 2), nullptr);
+    block = reallocArray(block, 4, 4, 64);
+    ASSERT_NE(block, nullptr);
+    EXPECT_NE(release(block), 0);
+    // Blocks cross the boundary both ways: the caller's heap is the DLL's.
+    void *mine = HeapAlloc(GetProcessHeap(), 0, 4);
+    EXPECT_NE(release(mine), 0);
+
+    auto arrNew = VXIO_GET(VOXA_arrNew);
+    auto arrAdd = VXIO_GET(VOXA_arrAdd);
+    auto arrInsert = VXIO_GET(VOXA_arrInsert);
+    auto arrRemove = VXIO_GET(VOXA_arrRemove);
+    auto arrClear = VXIO_GET(VOXA_arrClear);
+    auto arrFree = VXIO_GET(VOXA_arrFree);
+    DynArray *a = arrNew();
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(arrAdd(a, alloc(1)), 1);
+    EXPECT_EQ(arrInsert(a, 0, alloc(1)), 1);
+    EXPECT_EQ(arrRemove(a, 0, 1), 1);
+    EXPECT_EQ(a->count, 1u);
+    EXPECT_EQ(arrClear(a, 1), 1);
+    EXPECT_EQ(arrFree(a, 1), 0);
+
+    auto init = VXIO_GET(VOXA_InitCriticalSection);
+    auto enter = VXIO_GET(VOXA_EnterCriticalSection);
+    auto tryEnter = VXIO_GET(VOXA_TryEnterCriticalSection);
+    auto leave = VXIO_GET(VOXA_LeaveCriticalSection);
+    auto destroy = VXIO_GET(VOXA_DestroyCriticalSection);
+    OwnedLock *lock = init();
+    ASSERT_NE(lock, nullptr);
+    EXPECT_EQ(enter(lock), 0u);
+    EXPECT_EQ(tryEnter(lock), 0xFFFFFFF7u);
+    leave(lock);
+    destroy(lock);
+
+    auto reset = VXIO_GET(SHA1Reset);
+    auto input = VXIO_GET(SHA1Input);
+    auto result = VXIO_GET(SHA1Result);
+    SHA1Context context;
+    uint8_t digest[20];
+    EXPECT_EQ(reset(&context), 0);
+    EXPECT_EQ(input(&context, reinterpret_cast<const uint8_t *>("abc"), 3), 0);
+    EXPECT_EQ(result(&context, digest), 0);
+    const uint8_t abc[20] = {0xA9, 0x99, 0x3E, 0x36, 0x47, 0x06, 0x81, 0x6A, 0xBA, 0x3E,
+                             0x25, 0x71, 0x78, 0x50, 0xC2, 0x6C, 0x9C, 0xD0, 0xD8, 0x9D};
+    EXPECT_EQ(std::memcmp(digest, abc, 20), 0);
+    EXPECT_EQ(input(&context, digest, 1), 3);
+}
+
+TEST_F(Dll, NameCache) {
+    auto open = VXIO_GET(VOXA_IO_OpenNameCache);
+    auto add = VXIO_GET(VOXA_IO_AddNameToCache);
+    auto getResult = VXIO_GET(VOXA_IO_GetResultOfCacheFile);
+    auto setResult = VXIO_GET(VOXA_IO_SetResultOfCacheFile);
+    auto getName = VXIO_GET(VOXA_IO_GetNameFromCache);
+    auto close = VXIO_GET(VOXA_IO_CloseNameCache);
+    auto release = VXIO_GET(ZELTA_myfree);
+
+    DynArray *cache = open();
+    ASSERT_NE(cache, nullptr);
+    uint32_t index = 99;
+    EXPECT_EQ(add(cache, "c:\\b.exe", &index), 0xFFFFFFF8u);
+    EXPECT_EQ(add(cache, "c:\\a.exe", &index), 0xFFFFFFF8u);
+    EXPECT_EQ(index, 0u);
+    EXPECT_EQ(add(cache, "c:\\b.exe", &index), 0u);
+    EXPECT_EQ(index, 1u);
+    EXPECT_EQ(setResult(cache, 1, 42), 0u);
+    uint32_t result = 0;
+    EXPECT_EQ(getResult(cache, 1, &result), 0u);
+    EXPECT_EQ(result, 42u);
+    char *name = nullptr;
+    uint32_t length = 0;
+    EXPECT_EQ(getName(cache, 1, &name, &length), 0u);
+    EXPECT_STREQ(name, "c:\\b.exe");
+    EXPECT_EQ(length, 10u);
+    release(name);
+    EXPECT_EQ(close(cache), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,247 @@
+// vxio sha1: the SHA-1 digest of files, read through the handle backend of
+// vxio.dll and printed in the line format of sha1sum, so that "sha1sum -c"
+// on any system can check the output.
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "tool.h"
+#include "vxio/io.h"
+#include "vxio/lock_sha1.h"
+
+namespace vxio_tool {
+namespace {
+
+// Transfer size: large enough that the per-call cost of the backend does
+// not show, small enough to stay far below the 32-bit length of Read.
+constexpr uint32_t kChunk = 1u << 20;
+
+const char kUsage[] =
+    "Usage: vxio sha1 [FILE]...\n"
+    "Print the SHA-1 digest of each FILE: 40 lower-case hex digits, two spaces,\n"
+    "the name as given. With no FILE, or when FILE is -, read standard input.\n"
+    "A name holding a backslash or a line break is escaped (\\\\, \\n, \\r) and\n"
+    "its line starts with a backslash, so that 'sha1sum -c' accepts the output.\n"
+    "\n"
+    "Options:\n"
+    "  -h, --help  show this help and exit\n"
+    "  --          end of options: what follows is a file name\n"
+    "\n"
+    "Exit codes: 0 every file hashed, 1 some file could not be read (the\n"
+    "others are still hashed), 2 bad usage.\n";
+
+// The table builder demands three entry points of its caller and keeps them
+// beside the backend's operations; the handle backend never calls back into
+// them, so the tool hands over one that does nothing.
+void no_callback() {}
+
+struct HandleTableTraits {
+    using Value = IoTable *;
+    static IoTable *invalid() { return nullptr; }
+    static void close(IoTable *table) { VOXA_IO_FreeTableForHandleIO(table); }
+};
+struct HandleObjectTraits {
+    using Value = IoObject *;
+    static IoObject *invalid() { return nullptr; }
+    static void close(IoObject *object) { VOXA_HANDLE_Close(object); }
+};
+using HandleTable = Owned<HandleTableTraits>;
+using HandleObject = Owned<HandleObjectTraits>;
+
+// What one run of the command shares between its files: one table serves
+// every object of the backend, and one buffer every read.
+struct Hasher {
+    HandleTable table;
+    std::vector<uint8_t> buffer;
+};
+
+// The reason of a failed transfer: the system's error when one was left,
+// else a plain read error (the backend reports only its status).
+std::string read_failure() {
+    const DWORD error = GetLastError();
+    return error == ERROR_SUCCESS ? "Input/output error" : reason_text(error);
+}
+
+// Bytes [start, end) of a seekable file, through the handle backend. The
+// end comes from the caller's GetFileSizeEx: the backend's GetSize keeps
+// only the low 32 bits of a size, which would cut a file of 4 GiB or more.
+std::string hash_seekable(Hasher &hasher, HANDLE handle, const char *name, uint64_t start,
+                          uint64_t end, SHA1Context &context) {
+    static const uint8_t kNoCallerData[16] = {};
+    HandleObject object(VOXA_HANDLE_Open(name, 0, 0, handle, kNoCallerData, sizeof kNoCallerData));
+    if (!object.valid()) return "cannot open an I/O object";
+    const IoTable &table = *hasher.table.get();
+    for (uint64_t offset = start; offset < end;) {
+        const uint32_t length = static_cast<uint32_t>(std::min<uint64_t>(end - offset, kChunk));
+        SetLastError(ERROR_SUCCESS);
+        // 207 covers a short read too: the file shrank while being read.
+        if (table.Read(object.get(), offset, hasher.buffer.data(), length) != VXIO_IO_OK) {
+            return read_failure();
+        }
+        if (SHA1Input(&context, hasher.buffer.data(), length) != shaSuccess) return "digest failed";
+        offset += length;
+    }
+    return "";
+}
+
+// A pipe or a console, read with ReadFile up to its end. The handle
+// backend cannot serve it: every Read seeks first, which a pipe cannot do
+// (or pretends to), and it needs the length in advance, while a pipe's size
+// is unknown until it ends; a short Read would consume bytes from the pipe
+// and report only its failure, not how many it took.
+std::string hash_stream(Hasher &hasher, HANDLE handle, SHA1Context &context) {
+    for (;;) {
+        DWORD done = 0;
+        if (!ReadFile(handle, hasher.buffer.data(), kChunk, &done, nullptr)) {
+            // The writer closing its end is how a pipe ends.
+            if (GetLastError() == ERROR_BROKEN_PIPE) return "";
+            return read_failure();
+        }
+        if (done == 0) return "";
+        if (SHA1Input(&context, hasher.buffer.data(), done) != shaSuccess) return "digest failed";
+    }
+}
+
+// Hashes what is left of an open handle, from its file pointer on (0 for a
+// file just opened; for standard input redirected from a file, the part
+// that earlier readers of the shared file left). Returns "" or the reason
+// of failure.
+std::string hash_handle(Hasher &hasher, HANDLE handle, const char *name,
+                        uint8_t digest[SHA1HashSize]) {
+    SHA1Context context;
+    SHA1Reset(&context);
+    LARGE_INTEGER size{}, here{}, zero{};
+    std::string failure;
+    if (GetFileType(handle) == FILE_TYPE_DISK && GetFileSizeEx(handle, &size) &&
+        SetFilePointerEx(handle, zero, &here, FILE_CURRENT)) {
+        failure = hash_seekable(hasher, handle, name, static_cast<uint64_t>(here.QuadPart),
+                                static_cast<uint64_t>(size.QuadPart), context);
+    } else {
+        failure = hash_stream(hasher, handle, context);
+    }
+    if (failure.empty() && SHA1Result(&context, digest) != shaSuccess) failure = "digest failed";
+    return failure;
+}
+
+// One output line, byte for byte as sha1sum writes it. A name holding a
+// backslash, a line feed or a carriage return is escaped and the line gets
+// a leading backslash to say so; others are written verbatim:
+//   da39a3ee5e6b4b0d3255bfef95601890afd80709  empty.bin
+//   \da39a3ee5e6b4b0d3255bfef95601890afd80709  dir\\empty.bin
+std::string digest_line(const uint8_t digest[SHA1HashSize], const char *name) {
+    static const char kHex[] = "0123456789abcdef";
+    std::string escaped;
+    bool isEscaped = false;
+    for (const char *p = name; *p; ++p) {
+        switch (*p) {
+        case '\\': escaped += "\\\\"; isEscaped = true; break;
+        case '\n': escaped += "\\n"; isEscaped = true; break;
+        case '\r': escaped += "\\r"; isEscaped = true; break;
+        default: escaped += *p; break;
+        }
+    }
+    std::string line = isEscaped ? "\\" : "";
+    for (int i = 0; i < SHA1HashSize; ++i) {
+        line += kHex[digest[i] >> 4];
+        line += kHex[digest[i] & 15];
+    }
+    return line + "  " + escaped + "\n";
+}
+
+// The reason a named file cannot be opened. Opening a directory as a file
+// fails with "access denied", which would send the user looking at
+// permissions.
+std::string open_failure(const char *name) {
+    const DWORD error = GetLastError();
+    const DWORD attributes = GetFileAttributesA(name);
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        return "Is a directory";
+    }
+    return reason_text(error);
+}
+
+// Hashes one operand ("-" is standard input) and prints its line, or its
+// reason on stderr. True when the line was printed.
+bool hash_operand(Hasher &hasher, const char *name) {
+    uint8_t digest[SHA1HashSize];
+    std::string failure;
+    if (strcmp(name, "-") == 0) {
+        // Standard input is the caller's handle: not ours to close.
+        HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+        if (input == nullptr || input == INVALID_HANDLE_VALUE) {
+            failure = "no standard input";
+        } else {
+            failure = hash_handle(hasher, input, name, digest);
+        }
+    } else {
+        // Writers and deleters may keep the file open: a scanner hashes
+        // files in use.
+        FileHandle file(CreateFileA(name, GENERIC_READ,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                    nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+        if (!file.valid()) {
+            failure = open_failure(name);
+        } else {
+            BY_HANDLE_FILE_INFORMATION info{};
+            if (GetFileInformationByHandle(file.get(), &info) &&
+                (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
+                failure = "Is a directory";
+            } else {
+                failure = hash_handle(hasher, file.get(), name, digest);
+            }
+        }
+    }
+    if (!failure.empty()) {
+        fflush(stdout); // keep the lines and the messages in order on a shared terminal
+        fprintf(stderr, "vxio: %s: %s\n", name, failure.c_str());
+        return false;
+    }
+    const std::string line = digest_line(digest, name);
+    fwrite(line.data(), 1, line.size(), stdout);
+    return true;
+}
+
+}  // namespace
+
+int run_sha1(int argc, char **argv) {
+    // Options first, wherever they stand, so that a bad one stops the
+    // command before anything is printed.
+    std::vector<const char *> names;
+    bool optionsDone = false;
+    for (int i = 1; i < argc; ++i) {
+        const char *arg = argv[i];
+        if (!optionsDone && strcmp(arg, "--") == 0) {
+            optionsDone = true;
+        } else if (!optionsDone && (strcmp(arg, "--help") == 0 || strcmp(arg, "-h") == 0)) {
+            fputs(kUsage, stdout);
+            return kExitOk;
+        } else if (!optionsDone && arg[0] == '-' && arg[1] != '\0') {
+            return usage_error("sha1", std::string("unknown option '") + arg + "'");
+        } else {
+            names.push_back(arg);
+        }
+    }
+    if (names.empty()) names.push_back("-");
+
+    Hasher hasher;
+    hasher.table.reset(VOXA_IO_GetTableForHandleIO(reinterpret_cast<IoCallerEntry>(no_callback),
+                                                   reinterpret_cast<IoCallerEntry>(no_callback),
+                                                   reinterpret_cast<IoCallerEntry>(no_callback),
+                                                   nullptr));
+    if (!hasher.table.valid()) {
+        fputs("vxio: cannot build the I/O table\n", stderr);
+        return kExitUnreadable;
+    }
+    hasher.buffer.resize(kChunk);
+
+    int status = kExitOk;
+    for (const char *name : names) {
+        if (!hash_operand(hasher, name)) status = kExitUnreadable;
+    }
+    return status;
+}
+
+}  // namespace vxio_tool

@@ -167,29 +167,6 @@ TEST_F(HandleObject, FailingSystemCallsGive207) {
     EXPECT_EQ(VOXA_IO_Changed(object), 0) << "no failed operation marks the object changed";
 }
 
-TEST_F(HandleObject, FixedResultsAndNullArguments) {
-    open();
-    EXPECT_EQ(VOXA_HANDLE_MakeWriteable(object), 0u);
-    EXPECT_EQ(VOXA_HANDLE_FileSystemFileExists(object, path.c_str(), 0), 207u);
-    EXPECT_EQ(VOXA_HANDLE_FileSystemOpen(object, path.c_str(), 0, 0), nullptr);
-    EXPECT_EQ(VOXA_HANDLE_FileSystemClose(nullptr, object), 207u);
-    EXPECT_EQ(VOXA_HANDLE_FileSystemDelete(object, path.c_str(), 0), 207u);
-    EXPECT_EQ(VOXA_HANDLE_FileSystemRename(object, path.c_str(), "x", 0), 207u);
-    EXPECT_NE(GetFileAttributesA(path.c_str()), INVALID_FILE_ATTRIBUTES) << "nothing was deleted";
-
-    char buffer[1];
-    uint64_t size;
-    EXPECT_EQ(VOXA_HANDLE_Read(nullptr, 0, buffer, 1), 207u);
-    EXPECT_EQ(VOXA_HANDLE_Read(object, 0, nullptr, 1), 207u);
-    EXPECT_EQ(VOXA_HANDLE_Write(nullptr, 0, "a", 1), 207u);
-    EXPECT_EQ(VOXA_HANDLE_Write(object, 0, nullptr, 1), 207u);
-    EXPECT_EQ(VOXA_HANDLE_GetSize(nullptr, &size), 207u);
-    EXPECT_EQ(VOXA_HANDLE_GetSize(object, nullptr), 207u);
-    EXPECT_EQ(VOXA_HANDLE_SetEnd(nullptr, 0), 207u);
-    EXPECT_EQ(VOXA_HANDLE_PositionFile(nullptr, 0), 0);
-    VOXA_HANDLE_Close(nullptr);
-}
-
 TEST(HandleOpen, RequiredArgumentsNullNameAndNoMemory) {
     TempDir dir;
     HeapLedger ledger;

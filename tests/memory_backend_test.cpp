@@ -133,27 +133,6 @@ TEST_F(MemoryObject, PositionMustLieInsideTheObject) {
     EXPECT_EQ(position(), 99u);
 }
 
-TEST_F(MemoryObject, FixedResultsAndNullArguments) {
-    EXPECT_EQ(VOXA_MEM_MakeWriteable(object), 0u);
-    EXPECT_EQ(VOXA_MEM_FileSystemFileExists(object, "x", 0), 207u);
-    EXPECT_EQ(VOXA_MEM_FileSystemOpen(object, "x", 0, 0), nullptr);
-    EXPECT_EQ(VOXA_MEM_FileSystemClose(nullptr, object), 207u);
-    EXPECT_EQ(VOXA_MEM_FileSystemDelete(object, "x", 0), 207u);
-    EXPECT_EQ(VOXA_MEM_FileSystemRename(object, "x", "y", 0), 207u);
-
-    uint8_t byte = 0;
-    uint64_t value = 0;
-    EXPECT_EQ(VOXA_MEM_Read(nullptr, 0, &byte, 1), 207u);
-    EXPECT_EQ(VOXA_MEM_Read(object, 0, nullptr, 1), 207u);
-    EXPECT_EQ(VOXA_MEM_Write(nullptr, 0, &byte, 1), 207u);
-    EXPECT_EQ(VOXA_MEM_Write(object, 0, nullptr, 1), 207u);
-    EXPECT_EQ(VOXA_MEM_GetSize(nullptr, &value), 207u);
-    EXPECT_EQ(VOXA_MEM_GetSize(object, nullptr), 207u);
-    EXPECT_EQ(VOXA_MEM_SetEnd(nullptr, 0), 207u);
-    EXPECT_EQ(VOXA_MEM_PositionFile(nullptr, 0), 0);
-    VOXA_MEM_Close(nullptr);
-}
-
 TEST(MemoryOpen, RequiredArgumentsNamelessObjectsAndCallerDataLength) {
     HeapLedger ledger;
     uint8_t data[4] = {};

@@ -16,6 +16,7 @@ const OsTable real_os = {
     ::TryEnterCriticalSection,
     ::LeaveCriticalSection,
     ::GetCurrentThreadId,
+    ::GetCurrentProcess,
 
     ::GetLastError,
     ::SetLastError,
@@ -32,6 +33,34 @@ const OsTable real_os = {
     ::GetModuleHandleA,
     ::GetProcAddress,
     ::FreeLibrary,
+
+    ::FindFirstFileA,
+    ::FindNextFileA,
+    ::FindClose,
+    ::GetVersionExA,
+
+    ::MakeAbsoluteSD,
+    ::GetSecurityDescriptorControl,
+    ::IsValidAcl,
+    ::IsValidSid,
+    ::GetAclInformation,
+    ::GetAce,
+    ::DeleteAce,
+    ::EqualSid,
+    ::GetLengthSid,
+    ::InitializeAcl,
+    ::AddAce,
+    ::LookupAccountSidA,
+    ::LookupAccountNameA,
+    ::LocalAlloc,
+    ::LocalFree,
+
+    ::RegOpenKeyExA,
+    ::RegConnectRegistryA,
+    ::RegEnumKeyExA,
+    ::RegCloseKey,
+
+    ::WideCharToMultiByte,
 
     ::_mbslwr,
     ::_mbscmp,

@@ -27,6 +27,7 @@ struct OsTable {
     BOOL(WINAPI *TryEnterCriticalSection)(LPCRITICAL_SECTION);
     void(WINAPI *LeaveCriticalSection)(LPCRITICAL_SECTION);
     DWORD(WINAPI *GetCurrentThreadId)();
+    HANDLE(WINAPI *GetCurrentProcess)();
 
     // Errors.
     DWORD(WINAPI *GetLastError)();
@@ -47,6 +48,42 @@ struct OsTable {
     HMODULE(WINAPI *GetModuleHandleA)(LPCSTR);
     FARPROC(WINAPI *GetProcAddress)(HMODULE, LPCSTR);
     BOOL(WINAPI *FreeLibrary)(HMODULE);
+
+    // Files and directories of the security-descriptor walks.
+    HANDLE(WINAPI *FindFirstFileA)(LPCSTR, LPWIN32_FIND_DATAA);
+    BOOL(WINAPI *FindNextFileA)(HANDLE, LPWIN32_FIND_DATAA);
+    BOOL(WINAPI *FindClose)(HANDLE);
+    BOOL(WINAPI *GetVersionExA)(LPOSVERSIONINFOA);
+
+    // Security descriptors, access lists and SIDs.
+    BOOL(WINAPI *MakeAbsoluteSD)(PSECURITY_DESCRIPTOR, PSECURITY_DESCRIPTOR, LPDWORD, PACL,
+                                 LPDWORD, PACL, LPDWORD, PSID, LPDWORD, PSID, LPDWORD);
+    BOOL(WINAPI *GetSecurityDescriptorControl)(PSECURITY_DESCRIPTOR,
+                                               PSECURITY_DESCRIPTOR_CONTROL, LPDWORD);
+    BOOL(WINAPI *IsValidAcl)(PACL);
+    BOOL(WINAPI *IsValidSid)(PSID);
+    BOOL(WINAPI *GetAclInformation)(PACL, LPVOID, DWORD, ACL_INFORMATION_CLASS);
+    BOOL(WINAPI *GetAce)(PACL, DWORD, LPVOID *);
+    BOOL(WINAPI *DeleteAce)(PACL, DWORD);
+    BOOL(WINAPI *EqualSid)(PSID, PSID);
+    DWORD(WINAPI *GetLengthSid)(PSID);
+    BOOL(WINAPI *InitializeAcl)(PACL, DWORD, DWORD);
+    BOOL(WINAPI *AddAce)(PACL, DWORD, DWORD, LPVOID, DWORD);
+    BOOL(WINAPI *LookupAccountSidA)(LPCSTR, PSID, LPSTR, LPDWORD, LPSTR, LPDWORD, PSID_NAME_USE);
+    BOOL(WINAPI *LookupAccountNameA)(LPCSTR, LPCSTR, PSID, LPDWORD, LPSTR, LPDWORD,
+                                     PSID_NAME_USE);
+    HLOCAL(WINAPI *LocalAlloc)(UINT, SIZE_T);
+    HLOCAL(WINAPI *LocalFree)(HLOCAL);
+
+    // Registry.
+    LSTATUS(WINAPI *RegOpenKeyExA)(HKEY, LPCSTR, DWORD, REGSAM, PHKEY);
+    LSTATUS(WINAPI *RegConnectRegistryA)(LPCSTR, HKEY, PHKEY);
+    LSTATUS(WINAPI *RegEnumKeyExA)(HKEY, DWORD, LPSTR, LPDWORD, LPDWORD, LPSTR, LPDWORD,
+                                   PFILETIME);
+    LSTATUS(WINAPI *RegCloseKey)(HKEY);
+
+    // Text conversion with the ANSI code page.
+    int(WINAPI *WideCharToMultiByte)(UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL);
 
     // Multibyte text of the C runtime (code-page dependent).
     unsigned char *(__cdecl *mbslwr)(unsigned char *);

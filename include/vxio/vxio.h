@@ -2,6 +2,7 @@
 #ifndef VXIO_VXIO_H
 #define VXIO_VXIO_H
 
+#include "acl.h"
 #include "alloc.h"
 #include "io.h"
 #include "lock_sha1.h"

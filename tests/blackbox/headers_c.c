@@ -1,4 +1,5 @@
 /* Every public header must be valid C99 on its own. */
+#include "vxio/acl.h"
 #include "vxio/alloc.h"
 #include "vxio/io.h"
 #include "vxio/lock_sha1.h"

@@ -29,16 +29,12 @@
 #include <string_view>
 
 #include "acl/command.h"
+#include "acl/text.h"
 
 namespace vxio::acl {
 namespace {
 
-// Letters are folded in ASCII only. Commands are ANSI-code-page text; in the
-// double-byte code pages a lead byte is never below 0x80, so a token whose
-// bytes run equal to an ASCII keyword cannot reach a trail byte while still
-// matching, and neither '>' nor ',' ever occurs as a trail byte. Splitting
-// and comparing byte by byte therefore agrees with the multibyte rules.
-char fold(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+// Letters are folded in ASCII only (see acl/text.h).
 
 // True when the first count bytes of token and keyword agree, ignoring
 // case. Like a bounded string comparison, the end of either text counts as
@@ -46,8 +42,8 @@ char fold(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 
 // thus demands that the token ends where the keyword does.
 bool matches(std::string_view token, const char *keyword, size_t count) {
     for (size_t i = 0; i < count; ++i) {
-        const char a = i < token.size() ? fold(token[i]) : '\0';
-        const char b = fold(keyword[i]);
+        const char a = i < token.size() ? fold_ascii(token[i]) : '\0';
+        const char b = fold_ascii(keyword[i]);
         if (a != b) return false;
         if (b == '\0') return true;
     }

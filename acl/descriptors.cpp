@@ -9,6 +9,7 @@
 
 #include "acl/engine.h"
 #include "acl/records.h"
+#include "acl/text.h"
 #include "platform/library.h"
 
 namespace vxio::acl {
@@ -142,17 +143,6 @@ uint32_t write_record_line(Engine &engine, const std::string &record) {
                       nullptr) || done != text.size())
         return engine.fail(kFileWriteFailed);
     return kOk;
-}
-
-bool begins_with_ignoring_case(const std::string &text, const std::string &prefix) {
-    if (text.size() < prefix.size()) return false;
-    for (size_t i = 0; i < prefix.size(); ++i) {
-        char a = text[i], b = prefix[i];
-        if (a >= 'A' && a <= 'Z') a = char(a + 32);
-        if (b >= 'A' && b <= 'Z') b = char(b + 32);
-        if (a != b) return false;
-    }
-    return true;
 }
 
 std::string without_trailing_backslash(std::string path) {
@@ -293,8 +283,7 @@ uint32_t apply_domain_rules(Engine &engine, PACL &list, std::vector<uint8_t> &st
         size_t rule = c.domainRules.size();
         if (os.LookupAccountSidA(nullptr, sid, name, &nameSize, domain, &domainSize, &use)) {
             for (rule = 0; rule < c.domainRules.size() && rule < engine.domainNames.size(); ++rule)
-                if (begins_with_ignoring_case(domain, engine.domainNames[rule]) &&
-                    std::strlen(domain) == engine.domainNames[rule].size())
+                if (equals_ignoring_case(domain, engine.domainNames[rule]))
                     break;
         }
         if (rule >= c.domainRules.size() || rule >= engine.domainNames.size()) {

@@ -48,6 +48,10 @@ struct Engine {
     uint32_t fail(uint32_t status);
 };
 
+// Parses and runs one command with the caller's buffer; the engine's status
+// (the export reduces it to true/false).
+uint32_t execute_command(const char *command, char *text, uint32_t textSize);
+
 // Privileges of the process token.
 uint32_t switch_privilege(const char *name, bool on);
 void switch_engine_privileges_off();

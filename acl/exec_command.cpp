@@ -129,12 +129,15 @@ uint32_t run(Engine &engine) {
     return kOk;
 }
 
-uint32_t execute(const char *command, char *text, uint32_t textSize) {
+}  // namespace
+
+uint32_t execute_command(const char *command, char *text, uint32_t textSize) {
     Engine engine;
     struct PrivilegesOff {
         ~PrivilegesOff() { switch_engine_privileges_off(); }
     } privilegesOff;
-    if (parse_command(command, engine.command) != kOk) return kBadArgument;
+    const uint32_t parsed = parse_command(command, engine.command);
+    if (parsed != kOk) return parsed;
     const bool callerGaveText = text && textSize != 0 && text[0] != '\0';
     if (callerGaveText && textSize + 1 <= kDescriptorTextSize)
         engine.descriptorText.assign(text, strnlen(text, kDescriptorTextSize));
@@ -145,14 +148,12 @@ uint32_t execute(const char *command, char *text, uint32_t textSize) {
     return kOk;
 }
 
-}  // namespace
-
 }  // namespace vxio::acl
 
 extern "C" uint8_t VOXA_ACLs_ExecCommand(const char *command, char *text,
                                          uint32_t textSize) noexcept {
     try {
-        return vxio::acl::execute(command, text, textSize) == vxio::acl::kOk ? 1 : 0;
+        return vxio::acl::execute_command(command, text, textSize) == vxio::acl::kOk ? 1 : 0;
     } catch (const std::bad_alloc &) {
         return 0;
     } catch (...) {

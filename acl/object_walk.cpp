@@ -2,6 +2,7 @@
 // letters, registry key names, and the walks over directory trees and key
 // trees that call the per-object list or write step for each object.
 #include "acl/engine.h"
+#include "acl/text.h"
 #include "acl/vocabulary.h"
 #include "platform/library.h"
 
@@ -18,19 +19,6 @@ namespace {
 
 // Paths of a file walk may be longer than the usual 260 characters.
 constexpr size_t kWalkPathSize = 1040;
-
-char lower(char c) { return c >= 'A' && c <= 'Z' ? char(c + 32) : c; }
-
-std::string lowered(std::string text) {
-    for (char &c : text) c = lower(c);
-    return text;
-}
-
-bool begins_with_ignoring_case(const std::string &text, const char *prefix) {
-    for (size_t i = 0; prefix[i]; ++i)
-        if (i >= text.size() || lower(text[i]) != lower(prefix[i])) return false;
-    return true;
-}
 
 // A drive letter that stands for a network share is replaced by the share's
 // name ("Z:\x" becomes "\\server\share\x"), so that the server can be
@@ -53,7 +41,7 @@ uint32_t map_network_drive(std::string &name) {
         if (next(enumeration, &count, buffer.data(), &size) != NO_ERROR || count == 0) break;
         const auto *resource = reinterpret_cast<const NETRESOURCEA *>(buffer.data());
         if (resource->lpLocalName && resource->lpRemoteName &&
-            lower(resource->lpLocalName[0]) == lower(name[0]) && resource->lpLocalName[1] == name[1] &&
+            begins_with_ignoring_case(resource->lpLocalName, name.substr(0, 2)) &&
             std::strlen(resource->lpRemoteName) + name.size() - 2 <= kMaxName) {
             name = std::string(resource->lpRemoteName) + name.substr(2);
             break;
@@ -120,9 +108,9 @@ uint32_t open_registry_key(const std::string &given, UniqueKey &key) {
 
 bool filtered_out(const Engine &engine, const std::string &path) {
     if (engine.command.filters.empty()) return false;
-    const std::string subject = lowered(path.substr(0, kMaxName));
+    const std::string subject = folded(path.substr(0, kMaxName));
     for (const std::string &filter : engine.command.filters) {
-        const std::string needle = lowered(filter.substr(0, kMaxName));
+        const std::string needle = folded(filter.substr(0, kMaxName));
         if (subject.find(needle) != std::string::npos) return true;
     }
     return false;

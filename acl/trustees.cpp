@@ -2,6 +2,7 @@
 // names. String SIDs and the domain functions are looked up by name at each
 // use ("Advapi32.dll", "Netapi32.dll").
 #include "acl/engine.h"
+#include "acl/text.h"
 #include "platform/library.h"
 
 #include <dsgetdc.h>
@@ -17,18 +18,6 @@ using platform::os;
 using platform::RuntimeLibrary;
 
 namespace {
-
-// Account and domain names compare without regard to case (ASCII letters;
-// the engine works in the ANSI code page).
-bool iequals(const std::string &a, const std::string &b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i) {
-        const char x = a[i] >= 'A' && a[i] <= 'Z' ? char(a[i] + 32) : a[i];
-        const char y = b[i] >= 'A' && b[i] <= 'Z' ? char(b[i] + 32) : b[i];
-        if (x != y) return false;
-    }
-    return true;
-}
 
 // The controller of a domain, as the account lookup wants it ("\\" taken
 // off), and the domain's own name when that controller says it is one.
@@ -113,7 +102,7 @@ uint32_t resolve_trustee(Engine &engine, const TrusteeName &trustee, LocalBlock 
                                &domainSize, &use))
         return engine.fail(kTrusteeUnresolved);
     foundDomain.resize(std::strlen(foundDomain.c_str()));
-    if (!domain.empty() && !iequals(foundDomain, domain)) return kTrusteeUnresolved;
+    if (!domain.empty() && !equals_ignoring_case(foundDomain, domain)) return kTrusteeUnresolved;
     sid = std::move(block);
     return kOk;
 }

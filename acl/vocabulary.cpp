@@ -13,6 +13,7 @@
 // inheritance words ends with mask 0x120089 | 0x116 = 0x12019F and
 // inheritance 3 (sub-objects and sub-containers).
 #include "acl/vocabulary.h"
+#include "acl/text.h"
 
 #include <cstring>
 #include <utility>
@@ -31,8 +32,7 @@ constexpr uint32_t kInheritSubObjects = 1;
 constexpr uint32_t kInheritSubContainers = 2;
 constexpr uint32_t kInheritOnly = 8;
 
-// ASCII only: see the header. Bytes of 0x80 and above compare as they are.
-char lower_ascii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+// ASCII only (acl/text.h): bytes of 0x80 and above compare as they are.
 
 // True when text begins with keyword, ignoring case. The comparison covers
 // the keyword's length, so a longer text matches and a shorter one not.
@@ -40,7 +40,7 @@ bool starts_with_word(const std::string &text, const char *keyword) {
     const size_t length = std::strlen(keyword);
     if (text.size() < length) return false;
     for (size_t i = 0; i < length; ++i) {
-        if (lower_ascii(text[i]) != lower_ascii(keyword[i])) return false;
+        if (fold_ascii(text[i]) != fold_ascii(keyword[i])) return false;
     }
     return true;
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <aclapi.h>
+#include <dsgetdc.h>
 #include <sddl.h>
 
 #include <cstring>
@@ -15,6 +16,7 @@
 #include "platform/os.h"
 #include "support/heap_ledger.h"
 #include "support/temp_dir.h"
+#include "acl/engine.h"
 #include "vxio/acl.h"
 
 using vxio::platform::OsTable;
@@ -50,6 +52,7 @@ std::string system_sddl(const std::string &name, SE_OBJECT_TYPE type, SECURITY_I
 
 std::map<std::string, std::string> g_store;
 int g_sets = 0;
+DWORD g_refusal = ERROR_ACCESS_DENIED;  // what a refusing writer answers
 
 // The SDDL text the system's own converters make of sddl. Wine's
 // converters take and report SACL flags as the DACL's (a SACL "AI" is
@@ -246,6 +249,60 @@ TEST(AclEngine, ListingWalksTreesAndWritesAFile) {
         << "the caller's buffer holds the last object's record";
 }
 
+std::string read_file(const std::string &path) {
+    std::string text;
+    HANDLE h = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    char buffer[4096];
+    DWORD done = 0;
+    while (h != INVALID_HANDLE_VALUE && ReadFile(h, buffer, sizeof buffer, &done, nullptr) && done)
+        text.append(buffer, done);
+    if (h != INVALID_HANDLE_VALUE) CloseHandle(h);
+    return text;
+}
+
+size_t count_of(const std::string &text, const std::string &what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+}
+
+TEST(AclEngine, RegistryWalksListEveryKeyOfTheTree) {
+    const std::string sub = "Software\\vxio-acl-walk-" + std::to_string(GetCurrentProcessId());
+    for (const char *key : {"", "\\a", "\\a\\deep", "\\b"}) {
+        HKEY h;
+        ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, (sub + key).c_str(), 0, nullptr, 0,
+                                  KEY_ALL_ACCESS, nullptr, &h, nullptr),
+                  ERROR_SUCCESS);
+        RegCloseKey(h);
+    }
+    TempDir dir;
+    const std::string out = dir.file("keys.txt");
+    const std::string list = "--objectName>>CURRENT_USER\\" + sub + ">>--objectType>>registry>>--recursion>>";
+    ASSERT_TRUE(exec(list + "regRecurse>>--action>>List>>sddl>>dacl>>No>>Yes>>" + out));
+    EXPECT_EQ(count_of(read_file(out), ">>>\r\r\n"), 4u) << read_file(out);
+    ASSERT_TRUE(exec(list + "regNoRecurse>>--action>>List>>sddl>>dacl>>No>>Yes>>" + out));
+    EXPECT_EQ(count_of(read_file(out), ">>>\r\r\n"), 1u);
+    EXPECT_FALSE(exec(list + "fileRecurse>>--action>>List>>sddl>>dacl>>No>>Yes>>None"))
+        << "registry keys know no file recursion";
+    for (const char *key : {"\\a\\deep", "\\a", "\\b", ""})
+        RegDeleteKeyA(HKEY_CURRENT_USER, (sub + key).c_str());
+}
+
+TEST(AclEngine, ResetPermissionsLeavesTheTreeItWalksAlone) {
+    // Every path of the walk begins with the object's name, and the reset
+    // pass leaves such paths alone: the action changes nothing below the
+    // object. (The engine keeps this rule as its users know it.)
+    DescriptorStore store;
+    TempDir dir;
+    CreateDirectoryA(dir.file("sub").c_str(), nullptr);
+    dir.write("sub\\f.txt", "x");
+    for (const std::string &path : {dir.path(), dir.file("sub"), dir.file("sub\\f.txt")})
+        g_store[path] = norm("O:BAD:P(A;;FA;;;BU)");
+    ASSERT_TRUE(exec("--objectName>>" + dir.path() +
+                     ">>--objectType>>file>>--action>>ResetPermissions>>dacl"));
+    EXPECT_EQ(g_sets, 0);
+}
+
 TEST(AclEngine, ListClearRestoreGivesBackAByteIdenticalDescriptor) {
     DescriptorStore store;
     const std::string original =
@@ -395,5 +452,107 @@ TEST(AclEngine, MissingSystemEntryPointsAreAStatusNotACrash) {
     EXPECT_FALSE(exec("--objectName>>C:\\f>>--objectType>>file>>--action>>SetOwner>>DOM\\user>>IsName"));
     EXPECT_EQ(g_store["C:\\f"], "O:BAD:(A;;FA;;;BU)");
 }
+
+// ---------------------------------------------------------------------------
+// Exact statuses of the engine (the export reduces them to true/false).
+
+namespace statuses {
+
+using vxio::acl::execute_command;
+
+uint32_t run(const std::string &command) { return execute_command(command.c_str(), nullptr, 0); }
+
+DWORD WINAPI refuse_set(LPSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID, PSID, PACL, PACL) {
+    return g_refusal;
+}
+BOOL WINAPI windows_9x(LPOSVERSIONINFOA info) {
+    info->dwPlatformId = VER_PLATFORM_WIN32_WINDOWS;
+    info->dwMajorVersion = 4;
+    return TRUE;
+}
+// Wine has no network: the domain functions answer "no domain" (1355).
+DWORD WINAPI no_domain(LPCSTR, LPCSTR, GUID *, LPCSTR, ULONG, PDOMAIN_CONTROLLER_INFOA *) {
+    return ERROR_NO_SUCH_DOMAIN;
+}
+
+TEST(AclEngineStatus, ParseAndRunFailuresCarryTheirNumbers) {
+    DescriptorStore store;
+    g_store["C:\\f"] = norm("O:BAD:(A;;FA;;;BU)");
+    g_store["spooler"] = norm("O:SYD:(A;;0x2018d;;;BU)");
+    const std::string f = "--objectName>>C:\\f>>--objectType>>file>>--action>>";
+    const struct {
+        std::string command;
+        uint32_t status;
+    } cases[] = {
+        {"", vxio::acl::kNoObject},
+        {"--recursion>>fileRecurse>>--objectType>>file", vxio::acl::kNoObject},
+        {"--objectName>>spooler>>--objectType>>service>>--recursion>>regRecurse",
+         vxio::acl::kBadArgument},
+        {f + "List>>sddl>>dacl>>No>>Maybe>>None", vxio::acl::kListParameters},
+        {f + "ACE>>S-1-1-0>>IsSID>>read>>sub-objects>>grant>>dacl", vxio::acl::kBadArgument},
+        {f + "ACE>>S-1-1-0>>IsSID>>fly>>sub-objects>>audit_fail>>sacl",
+         vxio::acl::kUnknownPermission},
+        {f + "SetOwner>>S-1-nonsense>>IsSID", vxio::acl::kTrusteeUnresolved},
+        {f + "SetOwner>>nobody-here-at-all>>IsName", vxio::acl::kTrusteeUnresolved},
+        {"--objectName>>C:\\missing>>--objectType>>file>>--action>>List>>sddl>>dacl>>No>>Yes>>None",
+         vxio::acl::kNoDescriptor},
+        {f + "Restore>>C:\\no\\such\\records.txt", vxio::acl::kFileNotOpened},
+        {"--objectName>>\\\\computer>>--objectType>>registry>>--action>>List>>sddl>>dacl>>No>>Yes>>None",
+         vxio::acl::kRemoteKeyName},
+        {"--objectName>>C:\\no\\such\\dir>>--objectType>>file>>--recursion>>fileRecurse>>--action>>"
+         "List>>sddl>>dacl>>No>>Yes>>None",
+         vxio::acl::kDirectoryUnlistable},
+        {"--objectName>>spooler>>--objectType>>service>>--action>>List>>sddl>>dacl>>No>>Yes>>None",
+         vxio::acl::kOk},
+        {f + "Domain>>CORP>>NEWCORP>>replaceDomain>>dacl", vxio::acl::kDomainLookup},
+    };
+    g_replaced["DsGetDcNameA"] = reinterpret_cast<FARPROC>(&no_domain);
+    for (const auto &k : cases) EXPECT_EQ(run(k.command), k.status) << k.command;
+    EXPECT_EQ(execute_command(nullptr, nullptr, 0), vxio::acl::kBadArgument);
+}
+
+TEST(AclEngineStatus, MissingEntryPointsAndOldSystems) {
+    DescriptorStore store;
+    g_store["C:\\f"] = norm("O:BAD:(A;;FA;;;BU)");
+    const std::string f = "--objectName>>C:\\f>>--objectType>>file>>--action>>";
+    const struct {
+        const char *hidden;
+        std::string command;
+        uint32_t status;
+    } cases[] = {
+        {"ConvertSecurityDescriptorToStringSecurityDescriptorA", f + "List>>sddl>>dacl>>No>>Yes>>None",
+         vxio::acl::kNoMemory},
+        {"SetNamedSecurityInfoA", f + "Clear>>dacl", vxio::acl::kLibraryMissing},
+        {"SetEntriesInAclA", f + "ACE>>S-1-1-0>>IsSID>>read>>sub-objects>>audit_fail>>sacl",
+         vxio::acl::kLibraryMissing},
+        {"ConvertStringSidToSidA", f + "SetOwner>>S-1-5-18>>IsSID", vxio::acl::kLibraryMissing},
+        {"DsGetDcNameA", f + "SetOwner>>CORP\\user>>IsName", vxio::acl::kLibraryMissing},
+        {"WNetOpenEnumA", "--objectName>>Z:\\x>>--objectType>>file>>--action>>Clear>>dacl",
+         vxio::acl::kLibraryMissing},
+    };
+    for (const auto &k : cases) {
+        g_replaced[k.hidden] = nullptr;
+        EXPECT_EQ(run(k.command), k.status) << k.hidden;
+        g_replaced.erase(k.hidden);
+    }
+    EXPECT_EQ(g_store["C:\\f"], norm("O:BAD:(A;;FA;;;BU)")) << "nothing was written";
+
+    SeamEntry version(&OsTable::GetVersionExA, &windows_9x);
+    EXPECT_EQ(run(f + "List>>sddl>>dacl>>No>>Yes>>None"), vxio::acl::kSystemTooOld);
+}
+
+TEST(AclEngineStatus, RefusedWritesArePassedOverOnlyWhenAccessIsDenied) {
+    DescriptorStore store;
+    g_store["C:\\f"] = norm("O:BAD:(A;;FA;;;BU)");
+    g_replaced["SetNamedSecurityInfoA"] = reinterpret_cast<FARPROC>(&refuse_set);
+    const std::string clear = "--objectName>>C:\\f>>--objectType>>file>>--action>>Clear>>dacl";
+    g_refusal = ERROR_ACCESS_DENIED;
+    EXPECT_EQ(run(clear), vxio::acl::kOk);
+    g_refusal = ERROR_INVALID_PARAMETER;
+    EXPECT_EQ(run(clear), vxio::acl::kNoDescriptor);
+    EXPECT_EQ(run("--ignoreErrors>>" + clear), vxio::acl::kOk);
+}
+
+}  // namespace statuses
 
 }  // namespace

@@ -75,6 +75,9 @@ uint32_t reset_permissions(Engine &engine) {
 
 uint32_t list(Engine &engine) {
     const AclCommand &c = engine.command;
+    // List and Restore share one file name (the one written last). With
+    // both in a command the name may be Restore's input, which must not be
+    // truncated into an output: the listing then goes to the caller only.
     if (!c.fileName.empty() && !(c.actions & kActionRestore)) {
         engine.listFile = os.CreateFileA(c.fileName.c_str(), GENERIC_WRITE, FILE_SHARE_READ,
                                          nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -140,7 +143,7 @@ uint32_t execute_command(const char *command, char *text, uint32_t textSize) {
     if (parsed != kOk) return parsed;
     const bool callerGaveText = text && textSize != 0 && text[0] != '\0';
     if (callerGaveText && textSize + 1 <= kDescriptorTextSize)
-        engine.descriptorText.assign(text, strnlen(text, kDescriptorTextSize));
+        engine.descriptorText.assign(text, strnlen(text, textSize));
     const uint32_t status = run(engine);
     if (status != kOk) return status;
     if (text && textSize != 0 && text[0] == '\0' && engine.descriptorText.size() + 1 <= textSize)

@@ -479,6 +479,8 @@ TEST(AclEngineStatus, ParseAndRunFailuresCarryTheirNumbers) {
     DescriptorStore store;
     g_store["C:\\f"] = norm("O:BAD:(A;;FA;;;BU)");
     g_store["spooler"] = norm("O:SYD:(A;;0x2018d;;;BU)");
+    g_store["\\\\host\\laser"] = norm("O:SYD:(A;;0x20008;;;WD)");
+    g_store["\\\\host\\public"] = norm("O:BAD:(A;;0x1200a9;;;WD)");
     const std::string f = "--objectName>>C:\\f>>--objectType>>file>>--action>>";
     const struct {
         std::string command;
@@ -504,11 +506,22 @@ TEST(AclEngineStatus, ParseAndRunFailuresCarryTheirNumbers) {
          vxio::acl::kDirectoryUnlistable},
         {"--objectName>>spooler>>--objectType>>service>>--action>>List>>sddl>>dacl>>No>>Yes>>None",
          vxio::acl::kOk},
+        {"--objectName>>\\\\host\\laser>>--objectType>>printer>>--action>>List>>csl>>dacl>>No>>Yes>>None",
+         vxio::acl::kOk},
+        {"--objectName>>\\\\host\\public>>--objectType>>share>>--action>>SetOwner>>S-1-5-18>>IsSID",
+         vxio::acl::kOk},
+        {"--objectName>>\\\\host\\public>>--objectType>>share>>--recursion>>dirRecurse",
+         vxio::acl::kBadArgument},
         {f + "Domain>>CORP>>NEWCORP>>replaceDomain>>dacl", vxio::acl::kDomainLookup},
     };
     g_replaced["DsGetDcNameA"] = reinterpret_cast<FARPROC>(&no_domain);
     for (const auto &k : cases) EXPECT_EQ(run(k.command), k.status) << k.command;
     EXPECT_EQ(execute_command(nullptr, nullptr, 0), vxio::acl::kBadArgument);
+    EXPECT_EQ(g_store["\\\\host\\public"], norm("O:SYD:(A;;0x1200a9;;;WD)")) << "the share's owner";
+    char text[512] = "";
+    EXPECT_EQ(execute_command("--objectName>>\\\\host\\laser>>--objectType>>printer>>--action>>List>>"
+                              "csl>>dacl>>No>>Both>>None", text, sizeof text), vxio::acl::kOk);
+    EXPECT_EQ(std::string(text), "\"\\\\host\\laser\",3,\"DACL(not_protected):Everyone/allow/no_inheritance/print\"");
 }
 
 TEST(AclEngineStatus, MissingEntryPointsAndOldSystems) {

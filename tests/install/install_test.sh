@@ -24,6 +24,8 @@ done
 imports() { x86_64-w64-mingw32-objdump -p "$1" | sed -n 's/^[[:space:]]*DLL Name: //p' | tr A-Z a-z; }
 check "vxio.dll imports system DLLs only" bash -c \
   "! x86_64-w64-mingw32-objdump -p '$work/stage/bin/vxio.dll' | grep -iE 'DLL Name: (lib|.*pthread|.*stdc|.*gcc)'"
+check "vxio.dll does not import the modules it looks up by name" bash -c \
+  "! x86_64-w64-mingw32-objdump -p '$work/stage/bin/vxio.dll' | grep -iE 'DLL Name: (netapi32|mpr|psapi|pdh|shell32)'"
 check "vxio.dll imports kernel32" bash -c \
   "x86_64-w64-mingw32-objdump -p '$work/stage/bin/vxio.dll' | grep -qi 'DLL Name: kernel32.dll'"
 

@@ -56,9 +56,11 @@ uint32_t make_absolute(Engine &engine, PSECURITY_DESCRIPTOR relative, Descriptor
     return kOk;
 }
 
-// The system refuses some objects unless they are reached the way backup
-// programs reach them; the probe's own result does not matter (the object
-// may well be open elsewhere without sharing).
+// A file whose descriptor the system refuses is opened once the way backup
+// programs open it, and the descriptor asked for again. The open is made
+// only after a refusal: it costs a round trip per object, and opening
+// without sharing would briefly lock other openers out of a file that was
+// readable all along. Its own result does not matter.
 void probe_file(const std::string &name, DWORD access) {
     UniqueFile probe(os.CreateFileA(name.c_str(), access, 0, nullptr, OPEN_EXISTING,
                                     FILE_FLAG_BACKUP_SEMANTICS, nullptr));
@@ -69,9 +71,7 @@ uint32_t read_descriptor(Engine &engine, const std::string &name, uint32_t type,
     absent = false;
     if ((bits & kInfoSacl) && switch_privilege("SeSecurityPrivilege", true) != kOk)
         return engine.fail(kPrivilegeFailed);
-    if (type == kTypeFile) {
-        probe_file(name, (bits & kInfoSacl) ? ACCESS_SYSTEM_SECURITY | READ_CONTROL : READ_CONTROL);
-    } else if (type == kTypeRegistry) {
+    if (type == kTypeRegistry) {
         UniqueKey key;
         const uint32_t status = open_registry_key(name, key);
         if (status != kOk) return engine.fail(status);
@@ -81,8 +81,15 @@ uint32_t read_descriptor(Engine &engine, const std::string &name, uint32_t type,
     if (!get) return kNoMemory;
     std::string object = name;  // the function takes a writable text
     PSECURITY_DESCRIPTOR relative = nullptr;
-    const DWORD result = get(object.data(), static_cast<SE_OBJECT_TYPE>(type), bits, nullptr,
-                             nullptr, nullptr, nullptr, &relative);
+    auto ask = [&] {
+        return get(object.data(), static_cast<SE_OBJECT_TYPE>(type), bits, nullptr, nullptr,
+                   nullptr, nullptr, &relative);
+    };
+    DWORD result = ask();
+    if (result != ERROR_SUCCESS && type == kTypeFile) {
+        probe_file(name, (bits & kInfoSacl) ? ACCESS_SYSTEM_SECURITY | READ_CONTROL : READ_CONTROL);
+        result = ask();
+    }
     if (result != ERROR_SUCCESS) return engine.fail(kNoDescriptor, result);
     if (!relative) {
         absent = true;
@@ -350,15 +357,20 @@ uint32_t write_descriptor(Engine &engine, const std::string &name, uint32_t type
     if ((bits & kInfoSacl) && sacl && !os.IsValidAcl(sacl)) return kInvalidSacl;
     if ((bits & kInfoOwner) && (!owner || !os.IsValidSid(owner))) return kInvalidOwner;
     if ((bits & kInfoGroup) && (!group || !os.IsValidSid(group))) return kInvalidGroup;
-    if (type == kTypeFile)
-        probe_file(name, (bits & kInfoSacl) ? ACCESS_SYSTEM_SECURITY | WRITE_DAC | WRITE_OWNER
-                                            : WRITE_DAC | WRITE_OWNER);
     RuntimeLibrary advapi("Advapi32.dll");
     auto set = advapi.get<decltype(&::SetNamedSecurityInfoA)>("SetNamedSecurityInfoA");
     if (!set) return kLibraryMissing;
     std::string object = name;
-    const DWORD result = set(object.data(), static_cast<SE_OBJECT_TYPE>(type), bits, owner,
-                             group, dacl, sacl);
+    auto write = [&] {
+        return set(object.data(), static_cast<SE_OBJECT_TYPE>(type), bits, owner, group, dacl,
+                   sacl);
+    };
+    DWORD result = write();
+    if (result != ERROR_SUCCESS && type == kTypeFile) {
+        probe_file(name, (bits & kInfoSacl) ? ACCESS_SYSTEM_SECURITY | WRITE_DAC | WRITE_OWNER
+                                            : WRITE_DAC | WRITE_OWNER);
+        result = write();
+    }
     // The system's refusal to take a descriptor is reported like its
     // refusal to give one.
     if (result != ERROR_SUCCESS) return engine.fail(kNoDescriptor, result);

@@ -210,67 +210,24 @@ bool rebuild_list(PACL list, DWORD at, PSID put, bool copy, std::vector<uint8_t>
     return true;
 }
 
-// Trustee rules on one list: the first rule for this list whose trustee to
-// find is the entry's trustee removes, replaces or copies the entry.
-// Inherited entries belong to the parent and are passed over.
-uint32_t apply_trustee_rules(Engine &engine, PACL &list, std::vector<uint8_t> &storage,
-                             bool forSacl) {
-    if (!list) return kOk;
-    const AclCommand &c = engine.command;
-    for (DWORD i = 0;; ) {
-        ACL_SIZE_INFORMATION size{};
-        if (!os.GetAclInformation(list, &size, sizeof size, AclSizeInformation))
-            return engine.fail(kAclUnreadable);
-        if (i >= size.AceCount) return kOk;
-        void *ace = nullptr;
-        if (!os.GetAce(list, i, &ace)) return engine.fail(kAclUnreadable);
-        auto *header = static_cast<ACE_HEADER *>(ace);
-        if ((header->AceFlags & kAceInherited) || header->AceType > SYSTEM_ALARM_ACE_TYPE) {
-            ++i;
-            continue;
-        }
-        PSID sid = &reinterpret_cast<ACCESS_ALLOWED_ACE *>(ace)->SidStart;
-        const bool applies = forSacl ? c.trusteeRulesSacl : c.trusteeRulesDacl;
-        size_t rule = 0;
-        for (; applies && rule < engine.trusteeRuleSids.size(); ++rule) {
-            PSID find = engine.trusteeRuleSids[rule].find.get();
-            if (find && os.EqualSid(find, sid)) break;
-        }
-        if (!applies || rule >= engine.trusteeRuleSids.size()) {
-            ++i;
-            continue;
-        }
-        if (rule >= c.trusteeRules.size()) return kNoMemory;
-        PSID put = engine.trusteeRuleSids[rule].put.get();
-        switch (c.trusteeRules[rule].mode) {
-        case kRuleRemove:
-            if (!os.DeleteAce(list, i)) return engine.fail(kAceNotDeleted);
-            continue;  // the next entry moved into this index
-        case kRuleReplace:
-        case kRuleCopy: {
-            if (!put) return kNoMemory;
-            const bool copy = c.trusteeRules[rule].mode == kRuleCopy;
-            std::vector<uint8_t> rebuilt;
-            if (!rebuild_list(list, i, put, copy, rebuilt)) return engine.fail(kAclUnreadable);
-            storage = std::move(rebuilt);
-            list = reinterpret_cast<PACL>(storage.data());
-            i += copy ? 2 : 1;
-            continue;
-        }
-        default:
-            ++i;
-        }
-    }
-}
+// What a rule makes of one explicit entry: nothing (mode 0), or remove,
+// replace or copy it with the trustee put.
+struct EntryEdit {
+    uint32_t mode = 0;
+    PSID put = nullptr;
+    LocalBlock ownedPut;  // when the trustee to put was resolved for this entry
+    uint32_t status = kOk;
+};
 
-// Domain rules on one list, by analogy with the trustee rules: an explicit
-// entry whose account belongs to the domain to find is removed, or its
-// trustee becomes the account of the same name in the domain to put
-// (replaced in place, or copied right behind the entry).
-uint32_t apply_domain_rules(Engine &engine, PACL &list, std::vector<uint8_t> &storage,
-                            bool forSacl) {
-    const AclCommand &c = engine.command;
-    if (!list || !(forSacl ? c.domainRulesSacl : c.domainRulesDacl)) return kOk;
+// Walks the explicit entries of a list (inherited ones belong to the parent
+// and are passed over, as are object-specific entries, whose SID has no
+// fixed place) and applies what decide(sid) says: a removed entry leaves
+// the walk at the same index; a replaced or copied one rebuilds the list
+// into storage, a copy standing right behind its original.
+template <typename Decide>
+uint32_t edit_explicit_entries(Engine &engine, PACL &list, std::vector<uint8_t> &storage,
+                               Decide decide) {
+    if (!list) return kOk;
     for (DWORD i = 0;;) {
         ACL_SIZE_INFORMATION size{};
         if (!os.GetAclInformation(list, &size, sizeof size, AclSizeInformation))
@@ -283,35 +240,78 @@ uint32_t apply_domain_rules(Engine &engine, PACL &list, std::vector<uint8_t> &st
             ++i;
             continue;
         }
-        char name[260], domain[260];
-        DWORD nameSize = sizeof name, domainSize = sizeof domain;
-        SID_NAME_USE use;
-        PSID sid = &reinterpret_cast<ACCESS_ALLOWED_ACE *>(ace)->SidStart;
-        size_t rule = c.domainRules.size();
-        if (os.LookupAccountSidA(nullptr, sid, name, &nameSize, domain, &domainSize, &use)) {
-            for (rule = 0; rule < c.domainRules.size() && rule < engine.domainNames.size(); ++rule)
-                if (equals_ignoring_case(domain, engine.domainNames[rule]))
-                    break;
+        EntryEdit edit = decide(PSID(&reinterpret_cast<ACCESS_ALLOWED_ACE *>(ace)->SidStart));
+        if (edit.status != kOk) return edit.status;
+        if (edit.mode == kRuleRemove) {
+            if (!os.DeleteAce(list, i)) return engine.fail(kAceNotDeleted);
+            continue;  // the next entry moved into this index
         }
-        if (rule >= c.domainRules.size() || rule >= engine.domainNames.size()) {
+        if (edit.mode != kRuleReplace && edit.mode != kRuleCopy) {
             ++i;
             continue;
         }
-        if (c.domainRules[rule].mode == kRuleRemove) {
-            if (!os.DeleteAce(list, i)) return engine.fail(kAceNotDeleted);
-            continue;
-        }
-        LocalBlock put;
-        const uint32_t status =
-            resolve_trustee(engine, TrusteeName{c.domainRules[rule].put + "\\" + name, false}, put);
-        if (status != kOk || !put) return status != kOk ? status : kTrusteeUnresolved;
-        const bool copy = c.domainRules[rule].mode == kRuleCopy;
+        if (!edit.put) return kNoMemory;
+        const bool copy = edit.mode == kRuleCopy;
         std::vector<uint8_t> rebuilt;
-        if (!rebuild_list(list, i, put.get(), copy, rebuilt)) return engine.fail(kAclUnreadable);
+        if (!rebuild_list(list, i, edit.put, copy, rebuilt)) return engine.fail(kAclUnreadable);
         storage = std::move(rebuilt);
         list = reinterpret_cast<PACL>(storage.data());
         i += copy ? 2 : 1;
     }
+}
+
+// Trustee rules on one list: the first rule for this list whose trustee to
+// find is the entry's trustee decides.
+uint32_t apply_trustee_rules(Engine &engine, PACL &list, std::vector<uint8_t> &storage,
+                             bool forSacl) {
+    const AclCommand &c = engine.command;
+    if (!(forSacl ? c.trusteeRulesSacl : c.trusteeRulesDacl)) return kOk;
+    return edit_explicit_entries(engine, list, storage, [&](PSID sid) {
+        EntryEdit edit;
+        for (size_t rule = 0; rule < engine.trusteeRuleSids.size(); ++rule) {
+            PSID find = engine.trusteeRuleSids[rule].find.get();
+            if (!find || !os.EqualSid(find, sid)) continue;
+            if (rule >= c.trusteeRules.size()) {
+                edit.status = kNoMemory;
+            } else {
+                edit.mode = c.trusteeRules[rule].mode;
+                edit.put = engine.trusteeRuleSids[rule].put.get();
+            }
+            break;
+        }
+        return edit;
+    });
+}
+
+// Domain rules on one list, by analogy with the trustee rules: an explicit
+// entry whose account belongs to the domain to find is removed, or its
+// trustee becomes the account of the same name in the domain to put.
+uint32_t apply_domain_rules(Engine &engine, PACL &list, std::vector<uint8_t> &storage,
+                            bool forSacl) {
+    const AclCommand &c = engine.command;
+    if (!(forSacl ? c.domainRulesSacl : c.domainRulesDacl)) return kOk;
+    return edit_explicit_entries(engine, list, storage, [&](PSID sid) {
+        EntryEdit edit;
+        char name[260], domain[260];
+        DWORD nameSize = sizeof name, domainSize = sizeof domain;
+        SID_NAME_USE use;
+        if (!os.LookupAccountSidA(nullptr, sid, name, &nameSize, domain, &domainSize, &use))
+            return edit;
+        for (size_t rule = 0; rule < c.domainRules.size() && rule < engine.domainNames.size();
+             ++rule) {
+            if (!equals_ignoring_case(domain, engine.domainNames[rule])) continue;
+            edit.mode = c.domainRules[rule].mode;
+            if (edit.mode != kRuleRemove) {
+                edit.status = resolve_trustee(
+                    engine, TrusteeName{c.domainRules[rule].put + "\\" + name, false},
+                    edit.ownedPut);
+                edit.put = edit.ownedPut.get();
+                if (edit.status == kOk && !edit.put) edit.status = kTrusteeUnresolved;
+            }
+            break;
+        }
+        return edit;
+    });
 }
 
 // Merges the ACE requests recorded for one list into it.

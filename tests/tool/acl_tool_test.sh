@@ -6,16 +6,8 @@
 # unreadable input file).
 # Usage: acl_tool_test.sh PATH/TO/vxio.exe
 set -u
-exe=$(realpath "$1")
-source_dir=$(cd "$(dirname "$0")/../.." && pwd)
-wine_run=$source_dir/scripts/wine-run
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
-passed=0 failed=0
-vxio() { "$wine_run" "$exe" "$@"; }
-pass() { passed=$((passed + 1)); }
-fail() { failed=$((failed + 1)); echo "FAIL: $*"; }
+# shellcheck source=lib.sh
+source "$(dirname "$0")/lib.sh" "$1"
 check() { if [ "$2" == "$3" ]; then pass; else fail "$1: want '$2', got '$3'"; fi; }
 # starts_with / ends_with / contains LABEL PIECE TEXT (PIECE taken literally)
 starts_with() { if [[ $3 == "$2"* ]]; then pass; else fail "$1: '$3' does not start with '$2'"; fi; }
@@ -116,5 +108,4 @@ check "restore unreadable: nothing on stdout" "" "$out"
 run_vxio acl "$(list_command "$a" sddl dacl None)"
 check "restore malformed: file unchanged" "$sddl_record" "$out"
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+summary

@@ -6,16 +6,8 @@
 # 4 GiB, unreadable files, bad usage, --version and --help.
 # Usage: sha1_tool_test.sh PATH/TO/vxio.exe
 set -u
-exe=$(realpath "$1")
-source_dir=$(cd "$(dirname "$0")/../.." && pwd)
-wine_run=$source_dir/scripts/wine-run
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
-passed=0 failed=0
-vxio() { "$wine_run" "$exe" "$@"; }
-pass() { passed=$((passed + 1)); }
-fail() { failed=$((failed + 1)); echo "FAIL: $*"; }
+# shellcheck source=lib.sh
+source "$(dirname "$0")/lib.sh" "$1"
 # check LABEL WANT GOT: strings equal, byte for byte
 check() {
     if [ "$2" == "$3" ]; then pass; else
@@ -112,5 +104,4 @@ else
     echo "SKIP: over 4 GiB (no sparse files in $work)"
 fi
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+summary

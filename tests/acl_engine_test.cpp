@@ -6,6 +6,8 @@
 
 #include <aclapi.h>
 #include <dsgetdc.h>
+#include <dsrole.h>
+#include <lm.h>
 #include <sddl.h>
 
 #include <cstring>
@@ -564,6 +566,96 @@ TEST(AclEngineStatus, RefusedWritesArePassedOverOnlyWhenAccessIsDenied) {
     g_refusal = ERROR_INVALID_PARAMETER;
     EXPECT_EQ(run(clear), vxio::acl::kNoDescriptor);
     EXPECT_EQ(run("--ignoreErrors>>" + clear), vxio::acl::kOk);
+}
+
+// A domain as its controller would answer (Wine has none): every domain
+// name has the controller "\\\\dc"; the account "alice" lives in CORP
+// (S-1-5-21-1-2-3-1001) and in NEWCORP (S-1-5-21-9-9-9-1001).
+DOMAIN_CONTROLLER_INFOA g_controller;
+std::string g_domainAsked;
+char g_controllerName[] = "\\\\dc";
+DWORD WINAPI fake_dc(LPCSTR, LPCSTR domain, GUID *, LPCSTR, ULONG, PDOMAIN_CONTROLLER_INFOA *info) {
+    g_domainAsked = domain;
+    g_controller = {};
+    g_controller.DomainControllerName = g_controllerName;
+    g_controller.DomainName = g_domainAsked.data();
+    *info = &g_controller;
+    return ERROR_SUCCESS;
+}
+DWORD WINAPI fake_role(LPCWSTR, DSROLE_PRIMARY_DOMAIN_INFO_LEVEL, PBYTE *) { return ERROR_ACCESS_DENIED; }
+NET_API_STATUS WINAPI fake_buffer_free(LPVOID) { return 0; }
+void WINAPI fake_role_free(PVOID) {}
+
+PSID sid_of(const char *text) {
+    PSID sid = nullptr;
+    ConvertStringSidToSidA(text, &sid);
+    return sid;  // kept for the test's lifetime
+}
+BOOL WINAPI fake_account_of(LPCSTR system, PSID sid, LPSTR name, LPDWORD nameSize, LPSTR domain,
+                            LPDWORD domainSize, PSID_NAME_USE use) {
+    static PSID corp = sid_of("S-1-5-21-1-2-3-1001");
+    if (!EqualSid(sid, corp))
+        return vxio::platform::real_os.LookupAccountSidA(system, sid, name, nameSize, domain,
+                                                        domainSize, use);
+    strcpy(name, "alice");
+    strcpy(domain, "CORP");
+    *nameSize = 5;
+    *domainSize = 4;
+    *use = SidTypeUser;
+    return TRUE;
+}
+BOOL WINAPI fake_sid_of(LPCSTR system, LPCSTR account, PSID sid, LPDWORD sidSize, LPSTR domain,
+                        LPDWORD domainSize, PSID_NAME_USE use) {
+    static PSID newcorp = sid_of("S-1-5-21-9-9-9-1001");
+    if (!system || std::string(system) != "dc" || std::string(account) != "alice")
+        return vxio::platform::real_os.LookupAccountNameA(system, account, sid, sidSize, domain,
+                                                         domainSize, use);
+    const DWORD need = GetLengthSid(newcorp);
+    if (!sid || *sidSize < need || *domainSize < 8) {
+        *sidSize = need;
+        *domainSize = 8;
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    CopySid(need, sid, newcorp);
+    strcpy(domain, "NEWCORP");
+    *domainSize = 7;
+    *use = SidTypeUser;
+    return TRUE;
+}
+
+TEST(AclEngineStatus, DomainRulesRewriteTheEntriesOfTheirDomain) {
+    DescriptorStore store;
+    g_replaced["DsGetDcNameA"] = reinterpret_cast<FARPROC>(&fake_dc);
+    g_replaced["DsRoleGetPrimaryDomainInformation"] = reinterpret_cast<FARPROC>(&fake_role);
+    g_replaced["NetApiBufferFree"] = reinterpret_cast<FARPROC>(&fake_buffer_free);
+    g_replaced["DsRoleFreeMemory"] = reinterpret_cast<FARPROC>(&fake_role_free);
+    SeamEntry byName(&OsTable::LookupAccountNameA, &fake_sid_of);
+    SeamEntry bySid(&OsTable::LookupAccountSidA, &fake_account_of);
+    const std::string start = norm("O:BAD:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FR;;;BU)");
+    const std::string f = "--objectName>>C:\\f>>--objectType>>file>>--action>>Domain>>CORP>>NEWCORP>>";
+    const struct {
+        const char *mode;
+        std::string after;
+    } cases[] = {
+        {"replaceDomain", norm("O:BAD:(A;;FA;;;S-1-5-21-9-9-9-1001)(A;;FR;;;BU)")},
+        {"copyDomain", norm("O:BAD:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FA;;;S-1-5-21-9-9-9-1001)(A;;FR;;;BU)")},
+        {"removeDomain", norm("O:BAD:(A;;FR;;;BU)")},
+    };
+    for (const auto &k : cases) {
+        g_store["C:\\f"] = start;
+        EXPECT_EQ(run(f + k.mode + ">>dacl"), vxio::acl::kOk) << k.mode;
+        EXPECT_EQ(g_store["C:\\f"], k.after) << k.mode;
+        // Rules for the SACL leave the DACL alone.
+        g_store["C:\\f"] = start;
+        EXPECT_EQ(run(f + k.mode + ">>sacl"), vxio::acl::kOk) << k.mode;
+        EXPECT_EQ(g_store["C:\\f"].find("S-1-5-21-9-9-9"), std::string::npos) << k.mode;
+    }
+    // An account name with a domain is looked up on that domain's controller.
+    g_store["C:\\f"] = start;
+    EXPECT_EQ(run("--objectName>>C:\\f>>--objectType>>file>>--action>>SetOwner>>NEWCORP\\alice>>IsName"),
+              vxio::acl::kOk);
+    EXPECT_EQ(g_store["C:\\f"].substr(0, 22), "O:S-1-5-21-9-9-9-1001D");
 }
 
 }  // namespace statuses

@@ -28,6 +28,15 @@ const OsTable real_os = {
     ::GetFileSize,
     ::SetEndOfFile,
     ::CloseHandle,
+    ::GetFileAttributesA,
+    ::DeleteFileA,
+    ::MoveFileExA,
+
+    ::DeviceIoControl,
+    ::SetFilePointer,
+    ::SetErrorMode,
+    ::VirtualAlloc,
+    ::VirtualFree,
 
     ::LoadLibraryA,
     ::GetModuleHandleA,

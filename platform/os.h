@@ -41,6 +41,17 @@ struct OsTable {
     DWORD(WINAPI *GetFileSize)(HANDLE, LPDWORD);
     BOOL(WINAPI *SetEndOfFile)(HANDLE);
     BOOL(WINAPI *CloseHandle)(HANDLE);
+    DWORD(WINAPI *GetFileAttributesA)(LPCSTR);
+    BOOL(WINAPI *DeleteFileA)(LPCSTR);
+    BOOL(WINAPI *MoveFileExA)(LPCSTR, LPCSTR, DWORD);
+
+    // Devices and raw disks.
+    BOOL(WINAPI *DeviceIoControl)(HANDLE, DWORD, LPVOID, DWORD, LPVOID, DWORD, LPDWORD,
+                                  LPOVERLAPPED);
+    DWORD(WINAPI *SetFilePointer)(HANDLE, LONG, PLONG, DWORD);
+    UINT(WINAPI *SetErrorMode)(UINT);
+    LPVOID(WINAPI *VirtualAlloc)(LPVOID, SIZE_T, DWORD, DWORD);
+    BOOL(WINAPI *VirtualFree)(LPVOID, SIZE_T, DWORD);
 
     // Modules: system entry points that may be missing are looked up by
     // name at each use and released after.

@@ -52,6 +52,12 @@ std::string system_sddl(const std::string &name, SE_OBJECT_TYPE type, SECURITY_I
 // replays what Windows keeps and Wine does not (owner, group, protection,
 // SACL), so that list -> change -> restore can be checked byte for byte.
 
+// A function handed out where the system would give an entry point.
+template <typename Fn>
+FARPROC as_proc(Fn fn) {
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(fn));
+}
+
 std::map<std::string, std::string> g_store;
 int g_sets = 0;
 DWORD g_refusal = ERROR_ACCESS_DENIED;  // what a refusing writer answers
@@ -149,8 +155,8 @@ struct DescriptorStore {
     DescriptorStore() {
         g_store.clear();
         g_sets = 0;
-        g_replaced = {{"GetNamedSecurityInfoA", reinterpret_cast<FARPROC>(&store_get)},
-                      {"SetNamedSecurityInfoA", reinterpret_cast<FARPROC>(&store_set)}};
+        g_replaced = {{"GetNamedSecurityInfoA", as_proc(&store_get)},
+                      {"SetNamedSecurityInfoA", as_proc(&store_set)}};
     }
     ~DescriptorStore() { g_replaced.clear(); }
 };
@@ -409,8 +415,8 @@ BOOL WINAPI record_adjust(HANDLE, BOOL, PTOKEN_PRIVILEGES p, DWORD, PTOKEN_PRIVI
 TEST(AclEngine, PrivilegesAreSwitchedOnForTheWorkAndOffAfterIt) {
     DescriptorStore store;
     g_store["C:\\f"] = norm("O:BAD:(A;;FA;;;BU)S:(AU;SA;FA;;;WD)");
-    g_replaced["LookupPrivilegeValueA"] = reinterpret_cast<FARPROC>(&record_lookup);
-    g_replaced["AdjustTokenPrivileges"] = reinterpret_cast<FARPROC>(&record_adjust);
+    g_replaced["LookupPrivilegeValueA"] = as_proc(&record_lookup);
+    g_replaced["AdjustTokenPrivileges"] = as_proc(&record_adjust);
     g_privileges.clear();
     ASSERT_TRUE(exec("--objectName>>C:\\f>>--objectType>>file>>--action>>SetOwner>>S-1-5-18>>"
                      "IsSID>>--action>>List>>sddl>>sacl>>No>>Yes>>None"));
@@ -516,7 +522,7 @@ TEST(AclEngineStatus, ParseAndRunFailuresCarryTheirNumbers) {
          vxio::acl::kBadArgument},
         {f + "Domain>>CORP>>NEWCORP>>replaceDomain>>dacl", vxio::acl::kDomainLookup},
     };
-    g_replaced["DsGetDcNameA"] = reinterpret_cast<FARPROC>(&no_domain);
+    g_replaced["DsGetDcNameA"] = as_proc(&no_domain);
     for (const auto &k : cases) EXPECT_EQ(run(k.command), k.status) << k.command;
     EXPECT_EQ(execute_command(nullptr, nullptr, 0), vxio::acl::kBadArgument);
     EXPECT_EQ(g_store["\\\\host\\public"], norm("O:SYD:(A;;0x1200a9;;;WD)")) << "the share's owner";
@@ -559,7 +565,7 @@ TEST(AclEngineStatus, MissingEntryPointsAndOldSystems) {
 TEST(AclEngineStatus, RefusedWritesArePassedOverOnlyWhenAccessIsDenied) {
     DescriptorStore store;
     g_store["C:\\f"] = norm("O:BAD:(A;;FA;;;BU)");
-    g_replaced["SetNamedSecurityInfoA"] = reinterpret_cast<FARPROC>(&refuse_set);
+    g_replaced["SetNamedSecurityInfoA"] = as_proc(&refuse_set);
     const std::string clear = "--objectName>>C:\\f>>--objectType>>file>>--action>>Clear>>dacl";
     g_refusal = ERROR_ACCESS_DENIED;
     EXPECT_EQ(run(clear), vxio::acl::kOk);
@@ -626,10 +632,10 @@ BOOL WINAPI fake_sid_of(LPCSTR system, LPCSTR account, PSID sid, LPDWORD sidSize
 
 TEST(AclEngineStatus, DomainRulesRewriteTheEntriesOfTheirDomain) {
     DescriptorStore store;
-    g_replaced["DsGetDcNameA"] = reinterpret_cast<FARPROC>(&fake_dc);
-    g_replaced["DsRoleGetPrimaryDomainInformation"] = reinterpret_cast<FARPROC>(&fake_role);
-    g_replaced["NetApiBufferFree"] = reinterpret_cast<FARPROC>(&fake_buffer_free);
-    g_replaced["DsRoleFreeMemory"] = reinterpret_cast<FARPROC>(&fake_role_free);
+    g_replaced["DsGetDcNameA"] = as_proc(&fake_dc);
+    g_replaced["DsRoleGetPrimaryDomainInformation"] = as_proc(&fake_role);
+    g_replaced["NetApiBufferFree"] = as_proc(&fake_buffer_free);
+    g_replaced["DsRoleFreeMemory"] = as_proc(&fake_role_free);
     SeamEntry byName(&OsTable::LookupAccountNameA, &fake_sid_of);
     SeamEntry bySid(&OsTable::LookupAccountSidA, &fake_account_of);
     const std::string start = norm("O:BAD:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FR;;;BU)");

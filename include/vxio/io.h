@@ -248,6 +248,130 @@ VXIO_API uint64_t VOXA_HANDLE_FileSystemDelete(IoObject *object, const void *nam
 VXIO_API uint64_t VOXA_HANDLE_FileSystemRename(IoObject *object, const void *oldName,
                                                const void *newName, uint32_t nameKind) VXIO_NOEXCEPT;
 
+/* Name descriptors of the file-system operations (nameKind): 0 an 8-bit
+ * string; 1 a UTF-16 string; 2 a counted record (16-bit length, two bytes,
+ * then the 8-bit text from byte 4); 3 the same head with UTF-16 text. */
+#define VXIO_NAME_ANSI 0u
+#define VXIO_NAME_WIDE 1u
+#define VXIO_NAME_COUNTED_ANSI 2u
+#define VXIO_NAME_COUNTED_WIDE 3u
+
+/* File backend: files on disk by name. Open flags: bit 0 open for writing,
+ * bit 1 create (replacing an existing file). A file that cannot be opened
+ * for writing (for any reason but a sharing violation) gets its descriptor
+ * saved as SDDL and its explicit DACL entries cleared; Close puts the
+ * descriptor back. Statuses 0, 207, 200 (no work buffer), 50 (unreadable
+ * name). */
+VXIO_API IoObject *VOXA_FILE_Open(const char *name, uint32_t flags, uint64_t userPointer,
+                                  const void *callerData16, uint32_t callerDataLength) VXIO_NOEXCEPT;
+VXIO_API void VOXA_FILE_Close(IoObject *object) VXIO_NOEXCEPT;
+VXIO_API int32_t VOXA_FILE_PositionFile(IoObject *object, uint64_t position) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_FILE_Read(IoObject *object, uint64_t offset, void *buffer,
+                                 uint32_t length) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_FILE_Write(IoObject *object, uint64_t offset, const void *buffer,
+                                  uint32_t length) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_FILE_GetSize(IoObject *object, uint64_t *size) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_FILE_SetEnd(IoObject *object, uint64_t newSize) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_FILE_MakeWriteable(IoObject *object) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_FILE_FileSystemFileExists(IoObject *object, const void *name,
+                                                 uint32_t nameKind) VXIO_NOEXCEPT;
+VXIO_API IoObject *VOXA_FILE_FileSystemOpen(IoObject *parent, const void *name, uint32_t nameKind,
+                                            uint32_t flags) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_FILE_FileSystemClose(IoObject *ignored, IoObject *object) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_FILE_FileSystemDelete(IoObject *object, const void *name,
+                                             uint32_t nameKind) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_FILE_FileSystemRename(IoObject *object, const void *oldName,
+                                             const void *newName, uint32_t nameKind) VXIO_NOEXCEPT;
+
+/* Custom backend: objects inside a storage module that exports the
+ * "SpecialIO_" functions. The table holds the module's entry points (null
+ * when the module lacks one), in this order. */
+typedef struct SpecialIoModule {
+    void *Open;        /* "SpecialIO_Open" (required) */
+    void *Create;      /* "SpecialIO_Create" */
+    void *Close;       /* "SpecialIO_Close" (required) */
+    void *FileLength;  /* "SpecialIO_FileLength" (required) */
+    void *Read;        /* "SpecialIO_Read" (required) */
+    void *Write;       /* "SpecialIO_Write" */
+    void *WriteAt;     /* "SpecialIO_Write_at" */
+    void *DeleteFile;  /* "SpecialIO_DeleteFile" */
+    void *ChangeSize;  /* "SpecialIO_ChangeSize" */
+    void *EnableWrite; /* "SpecialIO_EnableWrite" */
+    void *Exists;      /* "SpecialIO_Exists" */
+} SpecialIoModule;
+
+VXIO_STATIC_ASSERT(sizeof(SpecialIoModule) == 11 * 8, SpecialIoModule_has_eleven_entries);
+
+/* Signatures a storage module's exports must have. */
+typedef uintptr_t (*SpecialIoOpenFn)(uintptr_t container, const char *name, uint32_t flags,
+                                     uint64_t userPointer);
+typedef void (*SpecialIoCloseFn)(uintptr_t moduleHandle);
+typedef uint32_t (*SpecialIoFileLengthFn)(uintptr_t moduleHandle);
+typedef uint8_t (*SpecialIoReadFn)(uintptr_t moduleHandle, uint64_t offset, void *buffer,
+                                   uint32_t length);
+typedef uint8_t (*SpecialIoWriteFn)(uintptr_t moduleHandle, uint64_t offset, const void *buffer,
+                                    uint32_t length);
+typedef uint8_t (*SpecialIoDeleteFileFn)(uintptr_t moduleHandle);
+typedef uint8_t (*SpecialIoChangeSizeFn)(uintptr_t moduleHandle, uint64_t newSize);
+typedef uintptr_t (*SpecialIoEnableWriteFn)(uintptr_t container);
+typedef uint8_t (*SpecialIoExistsFn)(const char *path);
+
+/* Resolves the entries of a loaded module (free with VOXA_IO_FreeCustomIO);
+ * null when one of the four required ones is missing or memory runs out. */
+VXIO_API SpecialIoModule *VOXA_IO_GetCustomIO(void *module) VXIO_NOEXCEPT;
+VXIO_API void VOXA_IO_FreeCustomIO(SpecialIoModule *table) VXIO_NOEXCEPT;
+VXIO_API IoObject *VOXA_CUSTOM_Open(uintptr_t container, const char *name, uint32_t flags,
+                                    uint64_t userPointer, SpecialIoModule *moduleTable,
+                                    const void *callerData16, uint32_t callerDataLength) VXIO_NOEXCEPT;
+VXIO_API void VOXA_CUSTOM_Close(IoObject *object) VXIO_NOEXCEPT;
+VXIO_API int32_t VOXA_CUSTOM_PositionFile(IoObject *object, uint64_t position) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_CUSTOM_Read(IoObject *object, uint64_t offset, void *buffer,
+                                   uint32_t length) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_CUSTOM_Write(IoObject *object, uint64_t offset, const void *buffer,
+                                    uint32_t length) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_CUSTOM_GetSize(IoObject *object, uint64_t *size) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_CUSTOM_SetEnd(IoObject *object, uint64_t newSize) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_CUSTOM_MakeWriteable(IoObject *object) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_CUSTOM_FileSystemFileExists(IoObject *object, const void *name,
+                                                   uint32_t nameKind) VXIO_NOEXCEPT;
+VXIO_API IoObject *VOXA_CUSTOM_FileSystemOpen(IoObject *parent, const void *name,
+                                              uint32_t nameKind, uint32_t flags) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_CUSTOM_FileSystemClose(IoObject *ignored, IoObject *object) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_CUSTOM_FileSystemDelete(IoObject *object, const void *name,
+                                               uint32_t nameKind) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_CUSTOM_FileSystemRename(IoObject *object, const void *oldName,
+                                               const void *newName, uint32_t nameKind) VXIO_NOEXCEPT;
+
+/* Physical-disk backend: the raw start of a drive, read-only. Drive
+ * numbers 0..127 are drive letters (2 is C:), 128 and above physical
+ * drives (128 is \\.\PHYSICALDRIVE0). Mode 1 walks the boot sectors, 2
+ * and 3 are plain. error receives 209 (not NT) or 999 (access denied even
+ * with privileges) on those failures. */
+VXIO_API IoObject *VOXA_PHYSICAL_Open(uint32_t driveNumber, uint32_t flags, uint64_t userPointer,
+                                      uint8_t mode, const void *callerData16,
+                                      uint32_t callerDataLength, uint32_t *error) VXIO_NOEXCEPT;
+VXIO_API void VOXA_PHYSICAL_Close(IoObject *object) VXIO_NOEXCEPT;
+VXIO_API int32_t VOXA_PHYSICAL_PositionFile(IoObject *object, uint64_t lowPart,
+                                            uint32_t highPart) VXIO_NOEXCEPT;
+VXIO_API uint32_t VOXA_PHYSICAL_GetNumberOfBootOffsets(IoObject *object) VXIO_NOEXCEPT;
+VXIO_API const char *VOXA_PHYSICAL_GetDriveName(int8_t index) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_PHYSICAL_Read(IoObject *object, uint64_t offset, void *buffer,
+                                     uint32_t length) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_PHYSICAL_Write(IoObject *object, uint64_t offset, const void *buffer,
+                                      uint32_t length) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_PHYSICAL_GetSize(IoObject *object, uint64_t *size) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_PHYSICAL_SetEnd(IoObject *object, uint64_t newSize) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_PHYSICAL_MakeWriteable(IoObject *object) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_PHYSICAL_FileSystemFileExists(IoObject *object, const void *name,
+                                                     uint32_t nameKind) VXIO_NOEXCEPT;
+VXIO_API IoObject *VOXA_PHYSICAL_FileSystemOpen(IoObject *parent, const void *name,
+                                                uint32_t nameKind, uint32_t flags) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_PHYSICAL_FileSystemClose(IoObject *ignored, IoObject *object) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_PHYSICAL_FileSystemDelete(IoObject *object, const void *name,
+                                                 uint32_t nameKind) VXIO_NOEXCEPT;
+VXIO_API uint64_t VOXA_PHYSICAL_FileSystemRename(IoObject *object, const void *oldName,
+                                                 const void *newName, uint32_t nameKind) VXIO_NOEXCEPT;
+
 VXIO_EXTERN_C_END
 
 #endif /* VXIO_IO_H */

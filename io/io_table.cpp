@@ -48,6 +48,16 @@ extern "C" IoTable *VOXA_IO_GetTableForHandleIO(IoCallerEntry e1, IoCallerEntry 
     return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(HANDLE));
 }
 
+extern "C" IoTable *VOXA_IO_GetTableForFileIO(IoCallerEntry e1, IoCallerEntry e2,
+                                             IoCallerEntry e3, IoCallerEntry e4) noexcept {
+    return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(FILE));
+}
+
+extern "C" IoTable *VOXA_IO_GetTableForPhysicalIO(IoCallerEntry e1, IoCallerEntry e2,
+                                             IoCallerEntry e3, IoCallerEntry e4) noexcept {
+    return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(PHYSICAL));
+}
+
 // The builders of the file, custom and physical tables arrive with their
 // backends (a table must never point at an operation that is missing).
 
@@ -56,6 +66,14 @@ extern "C" void VOXA_IO_FreeTableForMemIO(IoTable *table) noexcept {
 }
 
 extern "C" void VOXA_IO_FreeTableForHandleIO(IoTable *table) noexcept {
+    if (table) ZELTA_myfree(table);
+}
+
+extern "C" void VOXA_IO_FreeTableForFileIO(IoTable *table) noexcept {
+    if (table) ZELTA_myfree(table);
+}
+
+extern "C" void VOXA_IO_FreeTableForPhysicalIO(IoTable *table) noexcept {
     if (table) ZELTA_myfree(table);
 }
 

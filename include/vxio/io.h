@@ -294,7 +294,7 @@ typedef struct SpecialIoModule {
     void *Read;        /* "SpecialIO_Read" (required) */
     void *Write;       /* "SpecialIO_Write" */
     void *WriteAt;     /* "SpecialIO_Write_at" */
-    void *DeleteFile;  /* "SpecialIO_DeleteFile" */
+    void *Delete;      /* "SpecialIO_DeleteFile" (not named DeleteFile: a Windows macro) */
     void *ChangeSize;  /* "SpecialIO_ChangeSize" */
     void *EnableWrite; /* "SpecialIO_EnableWrite" */
     void *Exists;      /* "SpecialIO_Exists" */

@@ -48,6 +48,12 @@ if sha1sum --quiet -c "$work/sums" >/dev/null 2>&1; then pass; else fail "files:
 # A Windows path with a backslash: printed escaped, exactly as sha1sum
 # prints a Linux file whose name holds that backslash, which then checks.
 cp sub/three.bin "$work/linux/sub\\three.bin"
+# Both backends read the same bytes; the File backend is the default.
+run_vxio sha1 --backend handle -- "${files[@]}"
+check "handle backend: same lines as sha1sum" "$(sha1sum -- "${files[@]}"; echo .)" "$out."
+run_vxio sha1 --backend tape one.bin
+check "unknown backend: bad usage" 2 "$status"
+
 run_vxio sha1 'sub\three.bin'
 check "backslash: exit status" 0 "$status"
 check "backslash: escaped line" "$(cd "$work/linux" && sha1sum 'sub\three.bin'; echo .)" "$out."

@@ -27,6 +27,9 @@ const char kUsage[] =
     "its line starts with a backslash, so that 'sha1sum -c' accepts the output.\n"
     "\n"
     "Options:\n"
+    "  --backend file|handle  read named files through the File backend (the\n"
+    "              default: protected files are opened too, their protection\n"
+    "              put back afterwards) or through the Handle backend\n"
     "  -h, --help  show this help and exit\n"
     "  --          end of options: what follows is a file name\n"
     "\n"
@@ -51,10 +54,28 @@ struct HandleObjectTraits {
 using HandleTable = Owned<HandleTableTraits>;
 using HandleObject = Owned<HandleObjectTraits>;
 
-// What one run of the command shares between its files: one table serves
-// every object of the backend, and one buffer every read.
+struct FileTableTraits {
+    using Value = IoTable *;
+    static IoTable *invalid() { return nullptr; }
+    static void close(IoTable *table) { VOXA_IO_FreeTableForFileIO(table); }
+};
+struct FileObjectTraits {
+    using Value = IoObject *;
+    static IoObject *invalid() { return nullptr; }
+    static void close(IoObject *object) { VOXA_FILE_Close(object); }
+};
+using FileTable = Owned<FileTableTraits>;
+using FileObject = Owned<FileObjectTraits>;
+
+// What one run of the command shares between its files: one table per
+// backend serves every object, and one buffer every read. Named files go
+// through the File backend unless --backend handle is given (it opens
+// protected files too, putting their protection back afterwards);
+// standard input always goes through the Handle backend.
 struct Hasher {
     HandleTable table;
+    FileTable fileTable;
+    bool useFileBackend = true;
     std::vector<uint8_t> buffer;
 };
 
@@ -163,6 +184,32 @@ std::string open_failure(const char *name) {
     return reason_text(error);
 }
 
+// A named file through the File backend. Its GetSize keeps only the low 32
+// bits of a size, so the true size comes from the file's attributes.
+std::string hash_through_file_backend(Hasher &hasher, const char *name,
+                                      uint8_t digest[SHA1HashSize]) {
+    WIN32_FILE_ATTRIBUTE_DATA attributes{};
+    if (!GetFileAttributesExA(name, GetFileExInfoStandard, &attributes)) return open_failure(name);
+    if (attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) return "Is a directory";
+    const uint64_t size = uint64_t(attributes.nFileSizeHigh) << 32 | attributes.nFileSizeLow;
+    static const uint8_t kNoCallerData[16] = {};
+    FileObject object(VOXA_FILE_Open(name, 0, 0, kNoCallerData, sizeof kNoCallerData));
+    if (!object.valid()) return open_failure(name);
+    SHA1Context context;
+    SHA1Reset(&context);
+    const IoTable &table = *hasher.fileTable.get();
+    for (uint64_t offset = 0; offset < size;) {
+        const uint32_t length = static_cast<uint32_t>(std::min<uint64_t>(size - offset, kChunk));
+        SetLastError(ERROR_SUCCESS);
+        if (table.Read(object.get(), offset, hasher.buffer.data(), length) != VXIO_IO_OK)
+            return read_failure();
+        if (SHA1Input(&context, hasher.buffer.data(), length) != shaSuccess) return "digest failed";
+        offset += length;
+    }
+    if (SHA1Result(&context, digest) != shaSuccess) return "digest failed";
+    return "";
+}
+
 // Hashes one operand ("-" is standard input) and prints its line, or its
 // reason on stderr. True when the line was printed.
 bool hash_operand(Hasher &hasher, const char *name) {
@@ -176,6 +223,8 @@ bool hash_operand(Hasher &hasher, const char *name) {
         } else {
             failure = hash_handle(hasher, input, name, digest);
         }
+    } else if (hasher.useFileBackend) {
+        failure = hash_through_file_backend(hasher, name, digest);
     } else {
         // Writers and deleters may keep the file open: a scanner hashes
         // files in use.
@@ -211,10 +260,20 @@ int run_sha1(int argc, char **argv) {
     // command before anything is printed.
     std::vector<const char *> names;
     bool optionsDone = false;
+    bool useFileBackend = true;
     for (int i = 1; i < argc; ++i) {
         const char *arg = argv[i];
         if (!optionsDone && strcmp(arg, "--") == 0) {
             optionsDone = true;
+        } else if (!optionsDone && strcmp(arg, "--backend") == 0) {
+            const char *value = i + 1 < argc ? argv[++i] : "";
+            if (strcmp(value, "file") == 0) {
+                useFileBackend = true;
+            } else if (strcmp(value, "handle") == 0) {
+                useFileBackend = false;
+            } else {
+                return usage_error("sha1", "--backend takes 'file' or 'handle'");
+            }
         } else if (!optionsDone && (strcmp(arg, "--help") == 0 || strcmp(arg, "-h") == 0)) {
             fputs(kUsage, stdout);
             return kExitOk;
@@ -231,7 +290,12 @@ int run_sha1(int argc, char **argv) {
                                                    reinterpret_cast<IoCallerEntry>(no_callback),
                                                    reinterpret_cast<IoCallerEntry>(no_callback),
                                                    nullptr));
-    if (!hasher.table.valid()) {
+    hasher.useFileBackend = useFileBackend;
+    hasher.fileTable.reset(VOXA_IO_GetTableForFileIO(reinterpret_cast<IoCallerEntry>(no_callback),
+                                                     reinterpret_cast<IoCallerEntry>(no_callback),
+                                                     reinterpret_cast<IoCallerEntry>(no_callback),
+                                                     nullptr));
+    if (!hasher.table.valid() || !hasher.fileTable.valid()) {
         fputs("vxio: cannot build the I/O table\n", stderr);
         return kExitUnreadable;
     }

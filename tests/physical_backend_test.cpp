@@ -1,12 +1,17 @@
-// Physical-disk backend on a disk image served from memory through the seam:
-// device paths, the boot-sector walk, sizes per mode, refused geometry and
-// layout, access denied, other platforms, null arguments, fixed results,
-// and each allocation of Open failing.
+// Physical-disk backend on disk images built here and served from memory
+// through the seam (a boot record with two signed partitions and one
+// unsigned, a GPT-protective boot record, a 1.44 MB floppy): device paths,
+// the boot-sector walk, sizes per mode, refused geometry and layout, access
+// denied and the debug privilege (token functions served as well), other
+// platforms, null arguments, fixed results, each allocation of Open failing;
+// and one run against the system's own first disk and drive C.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <winioctl.h>
 
+#include <cstddef>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -25,13 +30,77 @@ const uint8_t kCallerData[16] = {1, 2, 3};
 const HANDLE kDevice = reinterpret_cast<HANDLE>(0xD15C0);
 constexpr uint32_t kSentinel = 0xC0FFEE;
 
-// 64 sectors, each starting with its own number. Sectors 0, 16 and 32 end
-// in the boot signature, 48 does not. The layout lists partitions at 16, 32
-// and 48, then a slot starting at 0 and an unused one: neither may turn the
-// partition table itself into a boot sector.
+constexpr uint32_t kSector = 512;
+
+// A master boot record: four 16-byte entries at byte 446 (boot flag, start
+// address, type, end address, first sector, sector count), then 0x55 0xAA.
+struct MbrEntry { uint8_t type; uint32_t first, sectors; };
+void write_mbr(std::vector<uint8_t> &image, std::initializer_list<MbrEntry> entries) {
+    int slot = 0;
+    for (const MbrEntry &e : entries) {
+        uint8_t *entry = &image[446 + 16 * slot++];
+        entry[0] = 0x80, entry[4] = e.type;
+        std::memcpy(entry + 8, &e.first, 4), std::memcpy(entry + 12, &e.sectors, 4);
+    }
+    image[510] = 0x55, image[511] = 0xAA;
+}
+
+// What the system answers to the layout request for a disk with that boot
+// record: count, signature, then one 32-byte entry per slot of the table
+// (unused slots all zero) with the starting offset and length in bytes.
+std::vector<uint8_t> layout_of(const std::vector<uint8_t> &image) {
+    static_assert(sizeof(PARTITION_INFORMATION) == 32, "layout entry");
+    std::vector<uint8_t> layout(offsetof(DRIVE_LAYOUT_INFORMATION, PartitionEntry) + 4 * 32);
+    auto *head = reinterpret_cast<DRIVE_LAYOUT_INFORMATION *>(layout.data());
+    head->PartitionCount = 4;
+    for (int i = 0; i < 4; ++i) {
+        const uint8_t *entry = &image[446 + 16 * i];
+        uint32_t first, sectors;
+        std::memcpy(&first, entry + 8, 4), std::memcpy(&sectors, entry + 12, 4);
+        PARTITION_INFORMATION info{};
+        if (entry[4] != 0) {
+            info.StartingOffset.QuadPart = int64_t{first} * kSector;
+            info.PartitionLength.QuadPart = int64_t{sectors} * kSector;
+            info.HiddenSectors = first, info.PartitionNumber = i + 1, info.PartitionType = entry[4];
+            info.BootIndicator = entry[0] == 0x80, info.RecognizedPartition = TRUE;
+        }
+        std::memcpy(&layout[8 + 32 * i], &info, sizeof info);
+    }
+    return layout;
+}
+
+// 64 sectors, each starting with its own number. The partitions at 16 and
+// 32 begin with a boot sector (0xAA55 at their end), the one at 48 does
+// not; the fourth slot is malformed, starting at sector 0, which holds the
+// boot record itself and must never be taken for a partition's boot sector.
+std::vector<uint8_t> mbr_disk() {
+    std::vector<uint8_t> image(64 * kSector);
+    for (uint32_t s = 0; s < 64; ++s) image[s * kSector] = static_cast<uint8_t>(s);
+    for (uint32_t s : {16u, 32u}) image[s * kSector + 510] = 0x55, image[s * kSector + 511] = 0xAA;
+    write_mbr(image, {{0x07, 16, 8}, {0x07, 32, 8}, {0x83, 48, 8}, {0x07, 0, 8}});
+    return image;
+}
+
+// A GPT disk shows one protective partition of type 0xEE over the whole
+// disk from sector 1, where the GPT header lives: it has no boot signature.
+std::vector<uint8_t> gpt_protective_disk() {
+    std::vector<uint8_t> image(64 * kSector);
+    write_mbr(image, {{0xEE, 1, 63}});
+    std::memcpy(&image[kSector], "EFI PART", 8);
+    return image;
+}
+
+// 1.44 MB: 80 cylinders, 2 heads, 18 sectors; a boot sector, no partitions.
+std::vector<uint8_t> floppy_disk() {
+    std::vector<uint8_t> image(80 * 2 * 18 * kSector);
+    for (uint32_t s = 0; s < 2880; ++s) image[s * kSector] = static_cast<uint8_t>(s);
+    image[510] = 0x55, image[511] = 0xAA;
+    return image;
+}
+
 struct Fake {
-    std::vector<uint8_t> image = std::vector<uint8_t>(64 * 512);
-    std::vector<uint8_t> layout = std::vector<uint8_t>(8 + 5 * 32);
+    std::vector<uint8_t> disk = mbr_disk(), floppyImage = floppy_disk();
+    std::vector<uint8_t> layout = layout_of(disk);
     DWORD bytesPerSector = 512, geometryBytes = 24, openError = ERROR_ACCESS_DENIED;
     bool floppy = false, lockRefused = false, seekFails = false;
     uint64_t position = 0;
@@ -39,14 +108,7 @@ struct Fake {
     std::tuple<DWORD, DWORD, DWORD> openArgs;
     UINT errorMode = 0, modeAtOpen = 0;
     int denials = 0, openHandles = 0, lockDepth = 0;
-    Fake() {
-        for (int s = 0; s < 64; ++s) image[s * 512] = static_cast<uint8_t>(s);
-        for (int s : {0, 16, 32}) image[s * 512 + 510] = 0x55, image[s * 512 + 511] = 0xAA;
-        const int64_t entries[5][2] = {{16 * 512, 4096}, {32 * 512, 4096}, {48 * 512, 4096},
-                                       {0, 4096}, {0, 0}};
-        layout[0] = 5;
-        for (int i = 0; i < 5; ++i) std::memcpy(&layout[8 + i * 32], entries[i], 16);
-    }
+    std::vector<uint8_t> &image() { return floppy ? floppyImage : disk; }
 } *g;
 
 HANDLE WINAPI create_file(LPCSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES,
@@ -83,9 +145,9 @@ DWORD WINAPI set_file_pointer(HANDLE, LONG low, PLONG high, DWORD) {
 BOOL WINAPI read_file(HANDLE, LPVOID buffer, DWORD length, LPDWORD got, LPOVERLAPPED) {
     // A raw device refuses transfers that are not whole sectors.
     if (length % 512) return SetLastError(ERROR_INVALID_PARAMETER), FALSE;
-    const uint64_t left = g->position < g->image.size() ? g->image.size() - g->position : 0;
+    const uint64_t left = g->position < g->image().size() ? g->image().size() - g->position : 0;
     *got = static_cast<DWORD>(std::min<uint64_t>(length, left));
-    std::memcpy(buffer, g->image.data() + g->position, *got);
+    std::memcpy(buffer, g->image().data() + g->position, *got);
     return g->position += *got, TRUE;
 }
 
@@ -161,6 +223,15 @@ TEST_F(Physical, BootSectorModeWalksSignedPartitionsAndReadsRelativeToTheLastOne
     EXPECT_EQ(sector_at(object, 0), 0);
     EXPECT_EQ(sector_at(object, 0), 0);
     EXPECT_EQ(sector_at(object, 512), 1);
+    VOXA_PHYSICAL_Close(object);
+
+    // A GPT disk's protective partition starts at the GPT header: no boot
+    // sector to walk to.
+    fake.disk = gpt_protective_disk();
+    fake.layout = layout_of(fake.disk);
+    ASSERT_NE(object = open(128, 1), nullptr);
+    EXPECT_EQ(VOXA_PHYSICAL_GetNumberOfBootOffsets(object), 0u);
+    EXPECT_EQ(sector_at(object, 0), -1);
     VOXA_PHYSICAL_Close(object);
 }
 
@@ -239,6 +310,52 @@ TEST_F(Physical, AccessDeniedRaisesTheDebugPrivilegeAndDropsItAgain) {
     }
 }
 
+// The token functions are served here: the first adjustment reports the
+// privilege's previous state with another attribute bit set, the second
+// must write it back with only the enabled bit added. When the account
+// lacks the privilege the thread keeps impersonating itself afterwards:
+// only a successful raise is reverted.
+struct TokenFake { DWORD firstError = 0, writtenBack = 0, writtenLength = 0; int calls = 0; } token;
+BOOL WINAPI adjust_token(HANDLE, BOOL, PTOKEN_PRIVILEGES state, DWORD, PTOKEN_PRIVILEGES previous,
+                         PDWORD previousLength) {
+    if (token.calls++ == 0) {
+        *previous = *state, previous->Privileges[0].Attributes = SE_PRIVILEGE_ENABLED_BY_DEFAULT;
+        *previousLength = sizeof *previous;
+        return SetLastError(token.firstError), TRUE;
+    }
+    token.writtenBack = state->Privileges[0].Attributes;
+    return SetLastError(ERROR_SUCCESS), TRUE;
+}
+
+TEST_F(Physical, DebugPrivilegeIsWrittenBackWithItsOtherBitsOrLeftImpersonating) {
+    for (DWORD firstError : {DWORD{ERROR_SUCCESS}, DWORD{ERROR_NOT_ALL_ASSIGNED}}) {
+        SCOPED_TRACE(firstError);
+        fake = Fake{}, fake.denials = 1, token = TokenFake{}, token.firstError = firstError;
+        error = kSentinel;
+        SeamEntry<decltype(OsTable::GetProcAddress)> serve(
+            &OsTable::GetProcAddress, [](HMODULE module, LPCSTR name) -> FARPROC {
+                if (std::strcmp(name, "AdjustTokenPrivileges") == 0)
+                    return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(adjust_token));
+                return GetProcAddress(module, name);
+            });
+        IoObject *object = open(128, 1);
+        HANDLE thread = nullptr;
+        const bool impersonating = OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &thread);
+        if (impersonating) CloseHandle(thread), RevertToSelf();
+        if (firstError == ERROR_SUCCESS) {
+            EXPECT_NE(object, nullptr);
+            EXPECT_EQ(token.writtenBack, DWORD{SE_PRIVILEGE_ENABLED_BY_DEFAULT | SE_PRIVILEGE_ENABLED});
+            EXPECT_FALSE(impersonating);
+        } else {
+            EXPECT_EQ(object, nullptr);
+            EXPECT_EQ(error, 999u);
+            EXPECT_EQ(token.calls, 1) << "nothing written back after a refusal";
+            EXPECT_TRUE(impersonating) << "a failed raise is deliberately not reverted";
+        }
+        VOXA_PHYSICAL_Close(object);
+    }
+}
+
 TEST_F(Physical, OtherPlatformsNullArgumentsAndFixedResults) {
     {
         SeamEntry<decltype(OsTable::GetVersionExA)> notNt(
@@ -285,3 +402,42 @@ TEST_F(Physical, EachAllocationOfOpenFailingLeavesNothingBehind) {
 }
 
 }  // namespace
+
+// Wine 8 opens \\.\PHYSICALDRIVE0 and \\.\C: and answers the geometry
+// request, but refuses the layout request (50), every seek (66) and every
+// read (1). So on Wine drive 128 opens in the plain modes only (boot-sector
+// mode needs the layout), drive C opens in boot-sector mode with its one
+// offset, and every read fails with 207, copying nothing. On Windows, as an
+// administrator, the reads succeed and must hand back sectors that end in
+// the boot signature (the boot record, a volume's boot sector).
+TEST(PhysicalOnThisSystem, ReadsTheFirstDiskAndDriveCAsTheSystemAllows) {
+    HeapLedger ledger;
+    uint32_t error = kSentinel;
+    auto check_read = [](IoObject *object) {
+        std::vector<uint8_t> sector(512, 0xCC);
+        const uint64_t status = VOXA_PHYSICAL_Read(object, 0, sector.data(), 512);
+        if (status == 0)
+            EXPECT_TRUE(sector[510] == 0x55 && sector[511] == 0xAA);
+        else
+            EXPECT_TRUE(status == 207 && sector[0] == 0xCC && sector[511] == 0xCC);
+    };
+    for (auto [drive, mode] : {std::pair<uint32_t, uint8_t>{128, 2}, {2, 1}}) {
+        SCOPED_TRACE(drive);
+        IoObject *object = VOXA_PHYSICAL_Open(drive, 0, 0, mode, kCallerData, 16, &error);
+        ASSERT_NE(object, nullptr) << GetLastError();
+        uint64_t size = 0;
+        EXPECT_EQ(VOXA_PHYSICAL_GetSize(object, &size), 0u);
+        EXPECT_EQ(size, 4000000u) << "every disk here is larger than the exposed start";
+        EXPECT_EQ(VOXA_PHYSICAL_GetNumberOfBootOffsets(object), mode == 1 ? 1u : 0u);
+        check_read(object);
+        VOXA_PHYSICAL_Close(object);
+    }
+    // Boot-sector mode on the disk: Wine has no layout and the Open fails
+    // without an error code; Windows lists its signed partitions.
+    IoObject *object = VOXA_PHYSICAL_Open(128, 0, 0, 1, kCallerData, 16, &error);
+    for (uint32_t i = 0; object && i < VOXA_PHYSICAL_GetNumberOfBootOffsets(object); ++i)
+        check_read(object);
+    VOXA_PHYSICAL_Close(object);
+    EXPECT_EQ(error, kSentinel);
+    EXPECT_EQ(ledger.live(), 0u);
+}

@@ -21,6 +21,7 @@ namespace {
 const Command kCommands[] = {
     {"sha1", "print the SHA-1 digest of files (or standard input), one line each", run_sha1},
     {"acl", "run one security-descriptor command (list, clear, change, restore)", run_acl},
+    {"boot", "list the boot sectors of a drive or disk image with their SHA-1", run_boot},
 };
 
 void print_help(FILE *out) {

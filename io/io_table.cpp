@@ -58,6 +58,11 @@ extern "C" IoTable *VOXA_IO_GetTableForPhysicalIO(IoCallerEntry e1, IoCallerEntr
     return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(PHYSICAL));
 }
 
+extern "C" IoTable *VOXA_IO_GetTableForCustomIO(IoCallerEntry e1, IoCallerEntry e2,
+                                             IoCallerEntry e3, IoCallerEntry e4) noexcept {
+    return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(CUSTOM));
+}
+
 // The builders of the file, custom and physical tables arrive with their
 // backends (a table must never point at an operation that is missing).
 
@@ -74,6 +79,10 @@ extern "C" void VOXA_IO_FreeTableForFileIO(IoTable *table) noexcept {
 }
 
 extern "C" void VOXA_IO_FreeTableForPhysicalIO(IoTable *table) noexcept {
+    if (table) ZELTA_myfree(table);
+}
+
+extern "C" void VOXA_IO_FreeTableForCustomIO(IoTable *table) noexcept {
     if (table) ZELTA_myfree(table);
 }
 

@@ -69,6 +69,48 @@ TEST(IoTable, BuildersStoreCallerEntriesThenTheBackendOperationsInOrder) {
     }
 }
 
+// The backends whose objects need a file, a module or a device to open:
+// only the order of their operations is checked here.
+const Backend kOtherBackends[] = {
+    {"file", VOXA_IO_GetTableForFileIO, VOXA_IO_FreeTableForFileIO,
+     {nullptr, nullptr, nullptr, nullptr, VOXA_FILE_Read, VOXA_FILE_Write, VOXA_FILE_GetSize,
+      VOXA_FILE_SetEnd, VOXA_FILE_MakeWriteable, VOXA_FILE_FileSystemFileExists,
+      VOXA_FILE_FileSystemOpen, VOXA_FILE_FileSystemClose, VOXA_FILE_FileSystemDelete,
+      VOXA_FILE_FileSystemRename},
+     nullptr, nullptr},
+    {"custom", VOXA_IO_GetTableForCustomIO, VOXA_IO_FreeTableForCustomIO,
+     {nullptr, nullptr, nullptr, nullptr, VOXA_CUSTOM_Read, VOXA_CUSTOM_Write,
+      VOXA_CUSTOM_GetSize, VOXA_CUSTOM_SetEnd, VOXA_CUSTOM_MakeWriteable,
+      VOXA_CUSTOM_FileSystemFileExists, VOXA_CUSTOM_FileSystemOpen,
+      VOXA_CUSTOM_FileSystemClose, VOXA_CUSTOM_FileSystemDelete,
+      VOXA_CUSTOM_FileSystemRename},
+     nullptr, nullptr},
+    {"physical", VOXA_IO_GetTableForPhysicalIO, VOXA_IO_FreeTableForPhysicalIO,
+     {nullptr, nullptr, nullptr, nullptr, VOXA_PHYSICAL_Read, VOXA_PHYSICAL_Write,
+      VOXA_PHYSICAL_GetSize, VOXA_PHYSICAL_SetEnd, VOXA_PHYSICAL_MakeWriteable,
+      VOXA_PHYSICAL_FileSystemFileExists, VOXA_PHYSICAL_FileSystemOpen,
+      VOXA_PHYSICAL_FileSystemClose, VOXA_PHYSICAL_FileSystemDelete,
+      VOXA_PHYSICAL_FileSystemRename},
+     nullptr, nullptr},
+};
+
+TEST(IoTable, EveryBackendsOperationsStandInTableOrder) {
+    for (const Backend &b : kOtherBackends) {
+        HeapLedger ledger;
+        IoTable *t = b.build(E(1), E(2), E(3), nullptr);
+        ASSERT_NE(t, nullptr) << b.name;
+        IoTable want = b.expected_operations;
+        want.entry1 = E(1);
+        want.entry2 = E(2);
+        want.entry3 = E(3);
+        EXPECT_EQ(std::memcmp(t, &want, sizeof want), 0) << b.name;
+        EXPECT_EQ(b.build(E(1), nullptr, E(3), nullptr), nullptr) << b.name;
+        b.free(t);
+        b.free(nullptr);
+        EXPECT_EQ(ledger.live(), 0u) << b.name;
+    }
+}
+
 TEST(IoTable, BuildersDemandTheFirstThreeEntriesAndSurviveNoMemory) {
     for (const Backend &b : kBackends) {
         HeapLedger ledger;

@@ -144,4 +144,63 @@ TEST_F(Dll, Sha1AndNameCacheByName) {
     EXPECT_EQ(close(cache), 0u);
 }
 
+// The sample storage module driven through vxio.dll's exports alone, as an
+// engine would: resolve, open, transfer, resize, test a name, delete.
+// Its variant without SpecialIO_ChangeSize never has a name tested, even
+// though it exports SpecialIO_Exists.
+TEST_F(Dll, CustomModuleThroughTheExports) {
+    auto getCustom = VXIO_GET(VOXA_IO_GetCustomIO);
+    auto freeCustom = VXIO_GET(VOXA_IO_FreeCustomIO);
+    auto open = VXIO_GET(VOXA_CUSTOM_Open);
+    auto close = VXIO_GET(VOXA_CUSTOM_Close);
+    auto read = VXIO_GET(VOXA_CUSTOM_Read);
+    auto write = VXIO_GET(VOXA_CUSTOM_Write);
+    auto getSize = VXIO_GET(VOXA_CUSTOM_GetSize);
+    auto setEnd = VXIO_GET(VOXA_CUSTOM_SetEnd);
+    auto makeWriteable = VXIO_GET(VOXA_CUSTOM_MakeWriteable);
+    auto exists = VXIO_GET(VOXA_CUSTOM_FileSystemFileExists);
+    auto remove = VXIO_GET(VOXA_CUSTOM_FileSystemDelete);
+    auto changed = VXIO_GET(VOXA_IO_Changed);
+    const uint8_t callerData[16] = {};
+
+    for (const char *dllName : {"storage_module.dll", "storage_module_no_changesize.dll"}) {
+        SCOPED_TRACE(dllName);
+        const bool hasChangeSize = std::strcmp(dllName, "storage_module.dll") == 0;
+        HMODULE dll = LoadLibraryA(dllName);
+        ASSERT_NE(dll, nullptr);
+        auto createContainer = reinterpret_cast<uintptr_t (*)()>(
+            reinterpret_cast<void *>(GetProcAddress(dll, "StorageModule_CreateContainer")));
+        auto destroyContainer = reinterpret_cast<void (*)(uintptr_t)>(
+            reinterpret_cast<void *>(GetProcAddress(dll, "StorageModule_DestroyContainer")));
+        ASSERT_TRUE(createContainer && destroyContainer);
+        SpecialIoModule *table = getCustom(dll);
+        ASSERT_NE(table, nullptr);
+        const uintptr_t store = createContainer();
+
+        IoObject *o = open(store, "doc.txt", 3, 7, table, callerData, 16);  // create, writeable
+        ASSERT_NE(o, nullptr);
+        EXPECT_EQ(write(o, 0, "abcdef", 6), 0u);
+        EXPECT_EQ(changed(o), 0);  // the module keeps its own record
+        uint64_t size = 0;
+        EXPECT_EQ(getSize(o, &size), 0u);
+        EXPECT_EQ(size, 6u);
+        EXPECT_EQ(setEnd(o, 4), hasChangeSize ? 0u : 207u);
+        char text[8] = {};
+        EXPECT_EQ(read(o, 1, text, 3), 0u);
+        EXPECT_STREQ(text, "bcd");
+        EXPECT_EQ(makeWriteable(o), 0u);
+        EXPECT_EQ(exists(o, "doc.txt", VXIO_NAME_ANSI), hasChangeSize ? 0u : 207u);
+        EXPECT_EQ(exists(o, L"doc.txt", VXIO_NAME_WIDE), hasChangeSize ? 0u : 207u);
+        EXPECT_EQ(remove(o, nullptr, 0), 0u);
+        EXPECT_EQ(getSize(o, &size), 0u);
+        EXPECT_EQ(size, 0u);  // the module's answer for a deleted object
+        close(o);
+        EXPECT_EQ(open(store, "doc.txt", 0, 0, table, callerData, 16), nullptr);
+
+        destroyContainer(store);
+        freeCustom(table);
+        FreeLibrary(dll);
+    }
+}
+
 }  // namespace

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "io/name_descriptor.h"
+#include "io/handle_transfer.h"
 #include "io/object_common.h"
 #include "platform/os.h"
 #include "util/owner.h"
@@ -45,11 +46,6 @@ IoFileObject *as_file(IoObject *object) { return reinterpret_cast<IoFileObject *
 
 HANDLE handle_of(IoObject *object) { return static_cast<HANDLE>(as_file(object)->handle); }
 
-bool seek_from_start(HANDLE handle, uint64_t position) {
-    LARGE_INTEGER to;
-    to.QuadPart = static_cast<LONGLONG>(position);
-    return os.SetFilePointerEx(handle, to, nullptr, FILE_BEGIN) != FALSE;
-}
 
 // Every open of the backend shares its share mode and attributes: others
 // may read the file while the engine works on it, never write it.
@@ -153,49 +149,31 @@ extern "C" void VOXA_FILE_Close(IoObject *object) noexcept {
 
 extern "C" int32_t VOXA_FILE_PositionFile(IoObject *object, uint64_t position) noexcept {
     if (!object) return 0;
-    return seek_from_start(handle_of(object), position) ? 1 : 0;
+    return vxio::io::seek_from_start(handle_of(object), position) ? 1 : 0;
 }
 
 // 207 on a failed seek, a failed transfer or a short one.
 extern "C" uint64_t VOXA_FILE_Read(IoObject *object, uint64_t offset, void *buffer,
                                    uint32_t length) noexcept {
-    if (!object || !buffer) return VXIO_IO_FAILED;
-    HANDLE handle = handle_of(object);
-    if (!seek_from_start(handle, offset)) return VXIO_IO_FAILED;
-    DWORD done = 0;
-    if (!os.ReadFile(handle, buffer, length, &done, nullptr) || done != length)
-        return VXIO_IO_FAILED;
-    return VXIO_IO_OK;
+    if (!object) return VXIO_IO_FAILED;
+    return vxio::io::read_at(handle_of(object), offset, buffer, length);
 }
 
 extern "C" uint64_t VOXA_FILE_Write(IoObject *object, uint64_t offset, const void *buffer,
                                     uint32_t length) noexcept {
-    if (!object || !buffer) return VXIO_IO_FAILED;
-    HANDLE handle = handle_of(object);
-    if (!seek_from_start(handle, offset)) return VXIO_IO_FAILED;
-    DWORD done = 0;
-    if (!os.WriteFile(handle, buffer, length, &done, nullptr) || done != length)
-        return VXIO_IO_FAILED;
-    object->changed = 1;
-    return VXIO_IO_OK;
+    if (!object) return VXIO_IO_FAILED;
+    return vxio::io::write_at(object, handle_of(object), offset, buffer, length);
 }
 
 extern "C" uint64_t VOXA_FILE_GetSize(IoObject *object, uint64_t *size) noexcept {
-    if (!object || !size) return VXIO_IO_FAILED;
-    // Only the low 32 bits are asked for and the error value is not tested:
-    // files of 4 GiB and more report their size modulo 2^32, as the engine
-    // expects of this backend.
-    *size = os.GetFileSize(handle_of(object), nullptr);
-    return VXIO_IO_OK;
+    if (!object) return VXIO_IO_FAILED;
+    return vxio::io::low_size(handle_of(object), size);
 }
 
 // Shrinks or extends.
 extern "C" uint64_t VOXA_FILE_SetEnd(IoObject *object, uint64_t newSize) noexcept {
     if (!object) return VXIO_IO_FAILED;
-    HANDLE handle = handle_of(object);
-    if (!seek_from_start(handle, newSize) || !os.SetEndOfFile(handle)) return VXIO_IO_FAILED;
-    object->changed = 1;
-    return VXIO_IO_OK;
+    return vxio::io::set_end(object, handle_of(object), newSize);
 }
 
 // Reopens a read-only object for writing, clearing the DACL when the file

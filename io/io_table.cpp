@@ -38,53 +38,23 @@ IoTable *build_table(IoCallerEntry e1, IoCallerEntry e2, IoCallerEntry e3, IoCal
 
 }  // namespace
 
-extern "C" IoTable *VOXA_IO_GetTableForMemIO(IoCallerEntry e1, IoCallerEntry e2,
-                                             IoCallerEntry e3, IoCallerEntry e4) noexcept {
-    return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(MEM));
-}
+// The table builder and the table's free function of one backend. The five
+// free functions are the same: a table holds no object state.
+#define VXIO_TABLE_EXPORTS(Kind, B)                                                          \
+    extern "C" IoTable *VOXA_IO_GetTableFor##Kind##IO(IoCallerEntry e1, IoCallerEntry e2,     \
+                                                      IoCallerEntry e3,                       \
+                                                      IoCallerEntry e4) noexcept {            \
+        return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(B));                      \
+    }                                                                                        \
+    extern "C" void VOXA_IO_FreeTableFor##Kind##IO(IoTable *table) noexcept {                 \
+        if (table) ZELTA_myfree(table);                                                      \
+    }
 
-extern "C" IoTable *VOXA_IO_GetTableForHandleIO(IoCallerEntry e1, IoCallerEntry e2,
-                                                IoCallerEntry e3, IoCallerEntry e4) noexcept {
-    return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(HANDLE));
-}
-
-extern "C" IoTable *VOXA_IO_GetTableForFileIO(IoCallerEntry e1, IoCallerEntry e2,
-                                             IoCallerEntry e3, IoCallerEntry e4) noexcept {
-    return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(FILE));
-}
-
-extern "C" IoTable *VOXA_IO_GetTableForPhysicalIO(IoCallerEntry e1, IoCallerEntry e2,
-                                             IoCallerEntry e3, IoCallerEntry e4) noexcept {
-    return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(PHYSICAL));
-}
-
-extern "C" IoTable *VOXA_IO_GetTableForCustomIO(IoCallerEntry e1, IoCallerEntry e2,
-                                             IoCallerEntry e3, IoCallerEntry e4) noexcept {
-    return build_table(e1, e2, e3, e4, VXIO_BACKEND_OPERATIONS(CUSTOM));
-}
-
-// The builders of the file, custom and physical tables arrive with their
-// backends (a table must never point at an operation that is missing).
-
-extern "C" void VOXA_IO_FreeTableForMemIO(IoTable *table) noexcept {
-    if (table) ZELTA_myfree(table);
-}
-
-extern "C" void VOXA_IO_FreeTableForHandleIO(IoTable *table) noexcept {
-    if (table) ZELTA_myfree(table);
-}
-
-extern "C" void VOXA_IO_FreeTableForFileIO(IoTable *table) noexcept {
-    if (table) ZELTA_myfree(table);
-}
-
-extern "C" void VOXA_IO_FreeTableForPhysicalIO(IoTable *table) noexcept {
-    if (table) ZELTA_myfree(table);
-}
-
-extern "C" void VOXA_IO_FreeTableForCustomIO(IoTable *table) noexcept {
-    if (table) ZELTA_myfree(table);
-}
+VXIO_TABLE_EXPORTS(Mem, MEM)
+VXIO_TABLE_EXPORTS(Handle, HANDLE)
+VXIO_TABLE_EXPORTS(File, FILE)
+VXIO_TABLE_EXPORTS(Custom, CUSTOM)
+VXIO_TABLE_EXPORTS(Physical, PHYSICAL)
 
 extern "C" uint64_t VOXA_IO_GetUserPointer(const IoObject *object) noexcept {
     return object ? object->userPointer : 0;

@@ -31,6 +31,8 @@ const OsTable real_os = {
     ::GetFileAttributesA,
     ::DeleteFileA,
     ::MoveFileExA,
+    ::SetFileAttributesA,
+    ::GetWindowsDirectoryA,
 
     ::DeviceIoControl,
     ::SetFilePointer,

@@ -44,6 +44,8 @@ struct OsTable {
     DWORD(WINAPI *GetFileAttributesA)(LPCSTR);
     BOOL(WINAPI *DeleteFileA)(LPCSTR);
     BOOL(WINAPI *MoveFileExA)(LPCSTR, LPCSTR, DWORD);
+    BOOL(WINAPI *SetFileAttributesA)(LPCSTR, DWORD);
+    UINT(WINAPI *GetWindowsDirectoryA)(LPSTR, UINT);
 
     // Devices and raw disks.
     BOOL(WINAPI *DeviceIoControl)(HANDLE, DWORD, LPVOID, DWORD, LPVOID, DWORD, LPDWORD,

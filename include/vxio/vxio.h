@@ -4,6 +4,7 @@
 
 #include "acl.h"
 #include "alloc.h"
+#include "fs.h"
 #include "io.h"
 #include "lock_sha1.h"
 #include "name_cache.h"

@@ -1,6 +1,7 @@
 /* Every public header must be valid C99 on its own. */
 #include "vxio/acl.h"
 #include "vxio/alloc.h"
+#include "vxio/fs.h"
 #include "vxio/io.h"
 #include "vxio/lock_sha1.h"
 #include "vxio/name_cache.h"

@@ -1,6 +1,6 @@
-// vxio sha1: the SHA-1 digest of files, read through the handle backend of
-// vxio.dll and printed in the line format of sha1sum, so that "sha1sum -c"
-// on any system can check the output.
+// vxio sha1: the SHA-1 digest of files, read through the File backend of
+// vxio.dll (or its Handle backend) and printed in the line format of
+// sha1sum, so that "sha1sum -c" on any system can check the output.
 #include <stdio.h>
 #include <string.h>
 
@@ -8,16 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "digest.h"
 #include "tool.h"
-#include "vxio/io.h"
-#include "vxio/lock_sha1.h"
 
 namespace vxio_tool {
 namespace {
-
-// Transfer size: large enough that the per-call cost of the backend does
-// not show, small enough to stay far below the 32-bit length of Read.
-constexpr uint32_t kChunk = 1u << 20;
 
 const char kUsage[] =
     "Usage: vxio sha1 [FILE]...\n"
@@ -36,11 +31,6 @@ const char kUsage[] =
     "Exit codes: 0 every file hashed, 1 some file could not be read (the\n"
     "others are still hashed), 2 bad usage.\n";
 
-// The table builder demands three entry points of its caller and keeps them
-// beside the backend's operations; the handle backend never calls back into
-// them, so the tool hands over one that does nothing.
-void no_callback() {}
-
 struct HandleTableTraits {
     using Value = IoTable *;
     static IoTable *invalid() { return nullptr; }
@@ -54,19 +44,6 @@ struct HandleObjectTraits {
 using HandleTable = Owned<HandleTableTraits>;
 using HandleObject = Owned<HandleObjectTraits>;
 
-struct FileTableTraits {
-    using Value = IoTable *;
-    static IoTable *invalid() { return nullptr; }
-    static void close(IoTable *table) { VOXA_IO_FreeTableForFileIO(table); }
-};
-struct FileObjectTraits {
-    using Value = IoObject *;
-    static IoObject *invalid() { return nullptr; }
-    static void close(IoObject *object) { VOXA_FILE_Close(object); }
-};
-using FileTable = Owned<FileTableTraits>;
-using FileObject = Owned<FileObjectTraits>;
-
 // What one run of the command shares between its files: one table per
 // backend serves every object, and one buffer every read. Named files go
 // through the File backend unless --backend handle is given (it opens
@@ -78,13 +55,6 @@ struct Hasher {
     bool useFileBackend = true;
     std::vector<uint8_t> buffer;
 };
-
-// The reason of a failed transfer: the system's error when one was left,
-// else a plain read error (the backend reports only its status).
-std::string read_failure() {
-    const DWORD error = GetLastError();
-    return error == ERROR_SUCCESS ? "Input/output error" : reason_text(error);
-}
 
 // Bytes [start, end) of a seekable file, through the handle backend. The
 // end comes from the caller's GetFileSizeEx: the backend's GetSize keeps
@@ -147,69 +117,6 @@ std::string hash_handle(Hasher &hasher, HANDLE handle, const char *name,
     return failure;
 }
 
-// One output line, byte for byte as sha1sum writes it. A name holding a
-// backslash, a line feed or a carriage return is escaped and the line gets
-// a leading backslash to say so; others are written verbatim:
-//   da39a3ee5e6b4b0d3255bfef95601890afd80709  empty.bin
-//   \da39a3ee5e6b4b0d3255bfef95601890afd80709  dir\\empty.bin
-std::string digest_line(const uint8_t digest[SHA1HashSize], const char *name) {
-    static const char kHex[] = "0123456789abcdef";
-    std::string escaped;
-    bool isEscaped = false;
-    for (const char *p = name; *p; ++p) {
-        switch (*p) {
-        case '\\': escaped += "\\\\"; isEscaped = true; break;
-        case '\n': escaped += "\\n"; isEscaped = true; break;
-        case '\r': escaped += "\\r"; isEscaped = true; break;
-        default: escaped += *p; break;
-        }
-    }
-    std::string line = isEscaped ? "\\" : "";
-    for (int i = 0; i < SHA1HashSize; ++i) {
-        line += kHex[digest[i] >> 4];
-        line += kHex[digest[i] & 15];
-    }
-    return line + "  " + escaped + "\n";
-}
-
-// The reason a named file cannot be opened. Opening a directory as a file
-// fails with "access denied", which would send the user looking at
-// permissions.
-std::string open_failure(const char *name) {
-    const DWORD error = GetLastError();
-    const DWORD attributes = GetFileAttributesA(name);
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY)) {
-        return "Is a directory";
-    }
-    return reason_text(error);
-}
-
-// A named file through the File backend. Its GetSize keeps only the low 32
-// bits of a size, so the true size comes from the file's attributes.
-std::string hash_through_file_backend(Hasher &hasher, const char *name,
-                                      uint8_t digest[SHA1HashSize]) {
-    WIN32_FILE_ATTRIBUTE_DATA attributes{};
-    if (!GetFileAttributesExA(name, GetFileExInfoStandard, &attributes)) return open_failure(name);
-    if (attributes.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) return "Is a directory";
-    const uint64_t size = uint64_t(attributes.nFileSizeHigh) << 32 | attributes.nFileSizeLow;
-    static const uint8_t kNoCallerData[16] = {};
-    FileObject object(VOXA_FILE_Open(name, 0, 0, kNoCallerData, sizeof kNoCallerData));
-    if (!object.valid()) return open_failure(name);
-    SHA1Context context;
-    SHA1Reset(&context);
-    const IoTable &table = *hasher.fileTable.get();
-    for (uint64_t offset = 0; offset < size;) {
-        const uint32_t length = static_cast<uint32_t>(std::min<uint64_t>(size - offset, kChunk));
-        SetLastError(ERROR_SUCCESS);
-        if (table.Read(object.get(), offset, hasher.buffer.data(), length) != VXIO_IO_OK)
-            return read_failure();
-        if (SHA1Input(&context, hasher.buffer.data(), length) != shaSuccess) return "digest failed";
-        offset += length;
-    }
-    if (SHA1Result(&context, digest) != shaSuccess) return "digest failed";
-    return "";
-}
-
 // Hashes one operand ("-" is standard input) and prints its line, or its
 // reason on stderr. True when the line was printed.
 bool hash_operand(Hasher &hasher, const char *name) {
@@ -224,7 +131,8 @@ bool hash_operand(Hasher &hasher, const char *name) {
             failure = hash_handle(hasher, input, name, digest);
         }
     } else if (hasher.useFileBackend) {
-        failure = hash_through_file_backend(hasher, name, digest);
+        uint64_t size = 0;
+        failure = hash_named_object(*hasher.fileTable.get(), hasher.buffer, name, digest, &size);
     } else {
         // Writers and deleters may keep the file open: a scanner hashes
         // files in use.
@@ -286,15 +194,9 @@ int run_sha1(int argc, char **argv) {
     if (names.empty()) names.push_back("-");
 
     Hasher hasher;
-    hasher.table.reset(VOXA_IO_GetTableForHandleIO(reinterpret_cast<IoCallerEntry>(no_callback),
-                                                   reinterpret_cast<IoCallerEntry>(no_callback),
-                                                   reinterpret_cast<IoCallerEntry>(no_callback),
-                                                   nullptr));
+    hasher.table.reset(VXIO_TOOL_TABLE(VOXA_IO_GetTableForHandleIO));
     hasher.useFileBackend = useFileBackend;
-    hasher.fileTable.reset(VOXA_IO_GetTableForFileIO(reinterpret_cast<IoCallerEntry>(no_callback),
-                                                     reinterpret_cast<IoCallerEntry>(no_callback),
-                                                     reinterpret_cast<IoCallerEntry>(no_callback),
-                                                     nullptr));
+    hasher.fileTable.reset(VXIO_TOOL_TABLE(VOXA_IO_GetTableForFileIO));
     if (!hasher.table.valid() || !hasher.fileTable.valid()) {
         fputs("vxio: cannot build the I/O table\n", stderr);
         return kExitUnreadable;

@@ -1,0 +1,24 @@
+// Token helpers of the stream functions: the process-wide
+// privilege switch and the RevertToSelf call, both with their entry points
+// looked up by name in Advapi32 at each use (a missing one is a failed
+// step, never a load failure of the DLL).
+#pragma once
+
+namespace vxio::fs {
+
+// Enables one named privilege ("SeBackupPrivilege") in the token of the
+// current process, with the classic two-call adjustment: the first call
+// sets the privilege's attributes to 0 and reads its previous state, the
+// second writes that state back with SE_PRIVILEGE_ENABLED added. True only
+// when the last error is 0 after both calls, so a privilege the account
+// does not hold (ERROR_NOT_ALL_ASSIGNED) is a failure. The privilege stays
+// enabled afterwards; nothing switches it off again.
+bool EnableTokenPrivilege(const char *privilegeName) noexcept;
+
+// Loads "ADVAPI32.DLL", calls its RevertToSelf when the entry point is
+// there, and frees the module. True when the module loaded, the entry point
+// was found and the call succeeded (Init ignores the answer, the first
+// Enumerate needs it). Ends any impersonation of the calling thread.
+bool RevertToSelfByName() noexcept;
+
+}  // namespace vxio::fs

@@ -1,0 +1,509 @@
+// vxio scan: walks directory trees through the library's own directory and
+// stream enumeration, reads every file and named stream through the File
+// backend and prints its SHA-1 in sha1sum's line format (or as JSON lines).
+//
+// Three kinds of thread share one ordered list of objects: the walker
+// appends what it finds, the hashers take the next object not yet taken,
+// and the main thread prints each object as soon as it and every object
+// before it are done, so the output keeps the walk order whatever the
+// number of hashers.
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "digest.h"
+#include "scan_text.h"
+#include "tool.h"
+#include "vxio/fs.h"
+
+namespace vxio_tool {
+namespace {
+
+const char kUsage[] =
+    "Usage: vxio scan [OPTION]... PATH...\n"
+    "Walk each PATH (a directory tree or a file), read every file and every\n"
+    "named data stream through vxio's File backend and print its SHA-1 in the\n"
+    "line format of sha1sum: 40 hex digits, two spaces, the path. Streams are\n"
+    "printed as PATH:STREAM, in UTF-8, so that 'sha1sum -c' accepts the lines\n"
+    "of plain files. Paths keep the separator PATH was given with: a PATH with\n"
+    "'/' only (as 'dir/' from a Unix shell under Wine) prints '/', any other\n"
+    "prints the system's '\\'.\n"
+    "\n"
+    "Options:\n"
+    "  --exclude GLOB  skip entries matching GLOB (* any run, ? one character,\n"
+    "                  case ignored); a GLOB without / or \\ is matched against\n"
+    "                  each entry's name, one with a separator against its\n"
+    "                  whole path; an excluded directory is not entered.\n"
+    "                  May be given several times\n"
+    "  --max-depth N   descend at most N levels below each PATH (1: only the\n"
+    "                  entries directly in it; 0: only PATHs that are files)\n"
+    "  --jobs N        hash with N threads (default: the number of processors);\n"
+    "                  the output keeps the walk order\n"
+    "  --json          one JSON object per line instead: path, kind (file,\n"
+    "                  stream, link, offline), size, sha1, attributes, and\n"
+    "                  error for an unreadable object\n"
+    "  --no-streams    do not look for named data streams\n"
+    "  --summary       counts, bytes, time and throughput on stderr at the end\n"
+    "  -h, --help      show this help and exit\n"
+    "  --              end of options: what follows is a PATH\n"
+    "\n"
+    "Junctions and symbolic links to directories are listed but never entered,\n"
+    "so a walk cannot loop. A progress line is shown on stderr when it is a\n"
+    "terminal.\n"
+    "\n"
+    "Exit codes: 0 every object read, 1 some object or directory could not be\n"
+    "read (the scan goes on and reports each on stderr), 2 bad usage.\n";
+
+// Room for any composed name: ReadDir drops an entry whose name does not
+// fit (and reports it like the end of the listing), so the buffer is far
+// larger than the paths the system's 8-bit calls can open.
+constexpr uint32_t kNameBuffer = 32768;
+// A file with more named streams than this is cut short: the stream list
+// is the file system's and never endless, but the walk must end anyway.
+constexpr int kMaxStreams = 65536;
+
+enum class Kind { File, Stream, Link, Offline, Unlistable };
+
+const char *kind_name(Kind kind) {
+    switch (kind) {
+    case Kind::File: return "file";
+    case Kind::Stream: return "stream";
+    case Kind::Link: return "link";
+    case Kind::Offline: return "offline";
+    case Kind::Unlistable: return "directory";
+    }
+    return "";
+}
+
+struct Options {
+    std::vector<std::string> roots;
+    std::vector<std::string> excludes;
+    int maxDepth = -1;  // no limit
+    unsigned jobs = 0;  // 0: one per processor
+    bool json = false;
+    bool summary = false;
+    bool streams = true;
+};
+
+// One object of the walk, in walk order. The walker fills the first part;
+// a hasher fills the rest and then sets done (under the list's lock).
+struct Item {
+    std::string path;   // the name the system opens
+    std::string shown;  // the name printed
+    Kind kind = Kind::File;
+    uint64_t listedSize = 0;
+    bool done = false;
+    std::string failure;  // empty when read
+    uint8_t digest[SHA1HashSize] = {};
+    uint64_t size = 0;
+    DWORD attributes = INVALID_FILE_ATTRIBUTES;
+};
+
+bool needs_hashing(const Item &item) {
+    return item.kind == Kind::File || item.kind == Kind::Stream;
+}
+
+// The shared, ordered list of objects.
+class WorkList {
+  public:
+    void add(Item item) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (!needs_hashing(item)) item.done = true;
+            items_.push_back(std::move(item));
+        }
+        changed_.notify_all();
+    }
+    void finish_walk() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            walkDone_ = true;
+        }
+        changed_.notify_all();
+    }
+    // The next object to hash, or null when the walk is over and every
+    // object has been taken. Items never move: a deque keeps references
+    // valid while it grows at the end.
+    Item *take() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        for (;;) {
+            while (nextToHash_ < items_.size() && !needs_hashing(items_[nextToHash_])) ++nextToHash_;
+            if (nextToHash_ < items_.size()) return &items_[nextToHash_++];
+            if (walkDone_) return nullptr;
+            changed_.wait(lock);
+        }
+    }
+    void complete(Item *item) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            item->done = true;
+        }
+        changed_.notify_all();
+    }
+    // Object number index once it is done; null when the list ended before
+    // it, or when wait passes first (the caller then shows its progress).
+    enum class Next { Ready, End, Waiting };
+    Next wait_for(size_t index, std::chrono::milliseconds wait, Item **item) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        const auto ready = [&] {
+            return (index < items_.size() && items_[index].done) ||
+                   (walkDone_ && index >= items_.size());
+        };
+        if (!changed_.wait_for(lock, wait, ready)) return Next::Waiting;
+        if (index >= items_.size()) return Next::End;
+        *item = &items_[index];
+        return Next::Ready;
+    }
+    // Printed objects are no longer needed; their texts are dropped so
+    // that a long scan does not hold every path it printed.
+    void release(Item *item) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::string().swap(item->path);
+        std::string().swap(item->shown);
+        std::string().swap(item->failure);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Item> items_;
+    size_t nextToHash_ = 0;
+    bool walkDone_ = false;
+};
+
+struct DirTraits {
+    using Value = DirHandle *;
+    static DirHandle *invalid() { return nullptr; }
+    static void close(DirHandle *dir) { VOXA_IO_CloseDir(dir); }
+};
+using Dir = Owned<DirTraits>;
+
+// The walk: directories through VOXA_IO_OpenDir/ReadDir, streams through
+// the same calls in stream mode.
+class Walker {
+  public:
+    Walker(const Options &options, WorkList &list) : options_(options), list_(list) {}
+
+    void walk_root(const std::string &given) {
+        const DWORD attributes = GetFileAttributesA(given.c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES) {
+            unreadable(given, given, Kind::File, reason_text(GetLastError()));
+            return;
+        }
+        const char separator = preferred_separator(given);
+        if (attributes & FILE_ATTRIBUTE_DIRECTORY) {
+            if (options_.maxDepth == 0) return;
+            const std::string root = trim_separators(given);
+            walk_directory(root, root, separator, 1);
+        } else {
+            add_file(given, given, 0);
+        }
+    }
+
+  private:
+    void walk_directory(const std::string &path, const std::string &shown, char separator,
+                        int depth) {
+        Dir dir(VOXA_IO_OpenDir(path.c_str(), 0, 0));
+        if (!dir.valid()) {
+            unreadable(path, shown, Kind::Unlistable, "cannot list directory");
+            return;
+        }
+        if (options_.streams) add_streams(path, shown);
+        std::vector<char> name(kNameBuffer);
+        uint32_t kind = 0;
+        uint64_t size = 0;
+        const size_t prefix = path.size() + 1;  // the stored path and "\"
+        // Only the directory's own handle ends this loop: ReadDir reports
+        // the end of a listing (also one cut short by an error) as false.
+        while (VOXA_IO_ReadDir(dir.get(), name.data(), kNameBuffer, &kind, &size, nullptr)) {
+            const std::string full(name.data());
+            if (full.size() < prefix) continue;
+            const std::string entry = full.substr(prefix);
+            const std::string entryShown = join(shown, separator, entry);
+            if (excluded(entry, entryShown)) continue;
+            switch (kind) {
+            case VXIO_ENTRY_FILE:
+                add_file(full, entryShown, size);
+                break;
+            case VXIO_ENTRY_DIRECTORY:
+                if (options_.maxDepth < 0 || depth < options_.maxDepth)
+                    walk_directory(full, entryShown, separator, depth + 1);
+                break;
+            case VXIO_ENTRY_REPARSE:
+                // Never entered: a link may lead back up the tree.
+                add_skipped(full, entryShown, Kind::Link);
+                break;
+            case VXIO_ENTRY_OFFLINE:
+                // Reading would fetch the file back from remote storage.
+                add_skipped(full, entryShown, Kind::Offline);
+                break;
+            default:
+                break;
+            }
+        }
+    }
+
+    void add_file(const std::string &path, const std::string &shown, uint64_t size) {
+        Item item;
+        item.path = path;
+        item.shown = shown;
+        item.kind = Kind::File;
+        item.listedSize = size;
+        list_.add(std::move(item));
+        if (options_.streams) add_streams(path, shown);
+    }
+
+    // The named streams of one file or directory, as "path:name:$DATA"
+    // (opened so) and "shown:name" (printed so).
+    void add_streams(const std::string &path, const std::string &shown) {
+        Dir streams(VOXA_IO_OpenDir(path.c_str(), 0, 1));
+        if (!streams.valid()) return;
+        std::vector<char> name(kNameBuffer);
+        uint32_t kind = 0;
+        uint64_t size = 0;
+        for (int count = 0; count < kMaxStreams; ++count) {
+            name[0] = '\0';
+            if (!VOXA_IO_ReadDir(streams.get(), name.data(), kNameBuffer, &kind, &size, nullptr))
+                break;
+            // A stream whose name is too long to convert comes back
+            // unnamed; it cannot be opened by name either.
+            const std::string full(name.data());
+            if (full.size() <= path.size() || kind != VXIO_ENTRY_STREAM) continue;
+            Item item;
+            item.path = full;
+            item.shown = shown + ":" + stream_name(full.substr(path.size()));
+            item.kind = Kind::Stream;
+            item.listedSize = size;
+            list_.add(std::move(item));
+        }
+    }
+
+    void add_skipped(const std::string &path, const std::string &shown, Kind kind) {
+        Item item;
+        item.path = path;
+        item.shown = shown;
+        item.kind = kind;
+        list_.add(std::move(item));
+    }
+
+    void unreadable(const std::string &path, const std::string &shown, Kind kind,
+                    const std::string &reason) {
+        Item item;
+        item.path = path;
+        item.shown = shown;
+        item.kind = kind;
+        item.failure = reason;
+        list_.add(std::move(item));
+    }
+
+    bool excluded(const std::string &entry, const std::string &shown) const {
+        for (const std::string &glob : options_.excludes) {
+            const bool wholePath = glob.find_first_of("/\\") != std::string::npos;
+            if (glob_matches(glob, wholePath ? shown : entry)) return true;
+        }
+        return false;
+    }
+
+    const Options &options_;
+    WorkList &list_;
+};
+
+// A hasher thread: takes objects until the list runs dry.
+void hash_objects(WorkList &list, const IoTable &table, bool wantAttributes) {
+    std::vector<uint8_t> buffer(kChunk);
+    while (Item *item = list.take()) {
+        item->failure = hash_named_object(table, buffer, item->path.c_str(), item->digest,
+                                          &item->size);
+        if (wantAttributes) {
+            // A stream has its file's attributes.
+            const std::string owner = item->kind == Kind::Stream
+                                          ? item->path.substr(0, item->path.find(':', 2))
+                                          : item->path;
+            item->attributes = GetFileAttributesA(owner.c_str());
+        }
+        list.complete(item);
+    }
+}
+
+struct Totals {
+    uint64_t files = 0, streams = 0, skipped = 0, unreadable = 0, bytes = 0;
+};
+
+void print_item(const Item &item, const Options &options, Totals &totals) {
+    const bool failed = !item.failure.empty();
+    if (failed) {
+        ++totals.unreadable;
+        fflush(stdout);  // keep lines and messages in order on a shared terminal
+        fprintf(stderr, "vxio: %s: %s\n", item.shown.c_str(), item.failure.c_str());
+    } else if (item.kind == Kind::File) {
+        ++totals.files;
+    } else if (item.kind == Kind::Stream) {
+        ++totals.streams;
+    } else {
+        ++totals.skipped;
+    }
+    if (!failed && needs_hashing(item)) totals.bytes += item.size;
+
+    std::string line;
+    if (options.json) {
+        line = json_line(item.shown, kind_name(item.kind),
+                         failed ? nullptr : (needs_hashing(item) ? &item.size : &item.listedSize),
+                         failed || !needs_hashing(item) ? std::string() : hex_digest(item.digest),
+                         item.attributes, item.failure);
+    } else if (!failed && needs_hashing(item)) {
+        line = digest_line(item.digest, to_utf8(item.shown).c_str());
+    }
+    fwrite(line.data(), 1, line.size(), stdout);
+}
+
+class Progress {
+  public:
+    Progress() {
+        const HANDLE err = GetStdHandle(STD_ERROR_HANDLE);
+        shown_ = err != nullptr && err != INVALID_HANDLE_VALUE && GetFileType(err) == FILE_TYPE_CHAR;
+    }
+    void show(const Totals &totals) {
+        if (!shown_) return;
+        const auto now = std::chrono::steady_clock::now();
+        if (now - last_ < std::chrono::milliseconds(250)) return;
+        last_ = now;
+        fprintf(stderr, "\rvxio scan: %llu objects, %.1f MB ",
+                static_cast<unsigned long long>(totals.files + totals.streams + totals.skipped +
+                                                totals.unreadable),
+                static_cast<double>(totals.bytes) / 1e6);
+        dirty_ = true;
+    }
+    void clear() {
+        if (dirty_) fputs("\r                                                  \r", stderr);
+        dirty_ = false;
+    }
+
+  private:
+    bool shown_ = false;
+    bool dirty_ = false;
+    std::chrono::steady_clock::time_point last_{};
+};
+
+// Parses the options; returns -1 to go on, else the exit code.
+int parse_options(int argc, char **argv, Options &options) {
+    bool optionsDone = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        std::string name = arg, value;
+        bool hasValue = false;
+        if (!optionsDone && arg.rfind("--", 0) == 0 && arg.find('=') != std::string::npos) {
+            name = arg.substr(0, arg.find('='));
+            value = arg.substr(arg.find('=') + 1);
+            hasValue = true;
+        }
+        const auto take_value = [&]() -> bool {
+            if (hasValue) return true;
+            if (i + 1 >= argc) return false;
+            value = argv[++i];
+            return true;
+        };
+        if (optionsDone || arg == "-" || arg.empty() || arg[0] != '-') {
+            options.roots.push_back(arg);
+        } else if (arg == "--") {
+            optionsDone = true;
+        } else if (arg == "-h" || arg == "--help") {
+            fputs(kUsage, stdout);
+            return kExitOk;
+        } else if (name == "--exclude") {
+            if (!take_value() || value.empty()) return usage_error("scan", "--exclude needs a GLOB");
+            options.excludes.push_back(value);
+        } else if (name == "--max-depth" || name == "--jobs") {
+            unsigned long number = 0;
+            if (!take_value() || !parse_count(value, &number) ||
+                (name == "--jobs" && (number < 1 || number > 64))) {
+                return usage_error("scan", name == "--jobs" ? "--jobs takes a number from 1 to 64"
+                                                            : "--max-depth takes a number");
+            }
+            if (name == "--jobs") options.jobs = static_cast<unsigned>(number);
+            else options.maxDepth = static_cast<int>(std::min<unsigned long>(number, 1u << 20));
+        } else if (arg == "--json") {
+            options.json = true;
+        } else if (arg == "--summary") {
+            options.summary = true;
+        } else if (arg == "--no-streams") {
+            options.streams = false;
+        } else {
+            return usage_error("scan", "unknown option '" + arg + "'");
+        }
+    }
+    if (options.roots.empty()) return usage_error("scan", "no PATH given");
+    if (options.jobs == 0) {
+        SYSTEM_INFO info{};
+        GetSystemInfo(&info);
+        options.jobs = std::max<DWORD>(1, std::min<DWORD>(info.dwNumberOfProcessors, 64));
+    }
+    return -1;
+}
+
+}  // namespace
+
+int run_scan(int argc, char **argv) {
+    Options options;
+    const int parsed = parse_options(argc, argv, options);
+    if (parsed >= 0) return parsed;
+
+    FileTable table(VXIO_TOOL_TABLE(VOXA_IO_GetTableForFileIO));
+    if (!table.valid()) {
+        fputs("vxio: cannot build the I/O table\n", stderr);
+        return kExitUnreadable;
+    }
+    const auto started = std::chrono::steady_clock::now();
+    WorkList list;
+    std::thread walker([&] {
+        Walker walk(options, list);
+        for (const std::string &root : options.roots) walk.walk_root(root);
+        list.finish_walk();
+    });
+    std::vector<std::thread> hashers;
+    for (unsigned i = 0; i < options.jobs; ++i)
+        hashers.emplace_back(hash_objects, std::ref(list), std::cref(*table.get()), options.json);
+
+    Totals totals;
+    Progress progress;
+    for (size_t index = 0;;) {
+        Item *item = nullptr;
+        const WorkList::Next next = list.wait_for(index, std::chrono::milliseconds(250), &item);
+        if (next == WorkList::Next::End) break;
+        if (next == WorkList::Next::Ready) {
+            progress.clear();
+            print_item(*item, options, totals);
+            list.release(item);
+            ++index;
+        }
+        progress.show(totals);
+    }
+    progress.clear();
+    walker.join();
+    for (std::thread &hasher : hashers) hasher.join();
+    fflush(stdout);
+
+    if (options.summary) {
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        fprintf(stderr,
+                "vxio scan: %llu files, %llu streams, %llu skipped, %llu unreadable; "
+                "%llu bytes in %.2f s, %.1f MB/s\n",
+                static_cast<unsigned long long>(totals.files),
+                static_cast<unsigned long long>(totals.streams),
+                static_cast<unsigned long long>(totals.skipped),
+                static_cast<unsigned long long>(totals.unreadable),
+                static_cast<unsigned long long>(totals.bytes), seconds,
+                seconds > 0 ? static_cast<double>(totals.bytes) / seconds / 1e6 : 0.0);
+    }
+    return totals.unreadable ? kExitUnreadable : kExitOk;
+}
+
+}  // namespace vxio_tool

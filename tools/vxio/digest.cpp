@@ -26,7 +26,16 @@ std::string open_failure(const char *name) {
 }
 
 std::string hash_named_object(const IoTable &table, std::vector<uint8_t> &buffer,
-                              const char *name, uint8_t digest[SHA1HashSize], uint64_t *size) {
+                              const char *name, bool knownToBeFile,
+                              uint8_t digest[SHA1HashSize], uint64_t *size) {
+    // A directory must never reach the File backend: the system refuses to
+    // open it as a file, and the backend answers a refusal by clearing the
+    // object's DACL to try again.
+    if (!knownToBeFile) {
+        const DWORD attributes = GetFileAttributesA(name);
+        if (attributes == INVALID_FILE_ATTRIBUTES) return reason_text(GetLastError());
+        if (attributes & FILE_ATTRIBUTE_DIRECTORY) return "Is a directory";
+    }
     static const uint8_t kNoCallerData[16] = {};
     FileObject object(VOXA_FILE_Open(name, 0, 0, kNoCallerData, sizeof kNoCallerData));
     if (!object.valid()) return open_failure(name);
@@ -35,11 +44,6 @@ std::string hash_named_object(const IoTable &table, std::vector<uint8_t> &buffer
     LARGE_INTEGER whole{};
     HANDLE handle = reinterpret_cast<IoFileObject *>(object.get())->handle;
     if (!GetFileSizeEx(handle, &whole)) return read_failure();
-    BY_HANDLE_FILE_INFORMATION info{};
-    if (GetFileInformationByHandle(handle, &info) &&
-        (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
-        return "Is a directory";
-    }
     const uint64_t end = static_cast<uint64_t>(whole.QuadPart);
     SHA1Context context;
     SHA1Reset(&context);

@@ -51,10 +51,13 @@ std::string open_failure(const char *name);
 
 // Hashes the whole object called name (a file, or a file's named stream
 // "file:name:$DATA") through the File backend, reading with buffer (of
-// kChunk bytes). Sets *size to the bytes hashed. Returns "" or the reason
-// of failure.
+// kChunk bytes). Unless the caller already knows name to be a file (a
+// directory walk said so), it is checked first: a directory is refused
+// before the backend sees it. Sets *size to the bytes hashed. Returns ""
+// or the reason of failure.
 std::string hash_named_object(const IoTable &table, std::vector<uint8_t> &buffer,
-                              const char *name, uint8_t digest[SHA1HashSize], uint64_t *size);
+                              const char *name, bool knownToBeFile,
+                              uint8_t digest[SHA1HashSize], uint64_t *size);
 
 // 40 lower-case hex digits.
 std::string hex_digest(const uint8_t digest[SHA1HashSize]);

@@ -100,6 +100,7 @@ struct Item {
     std::string shown;  // the name printed
     Kind kind = Kind::File;
     uint64_t listedSize = 0;
+    bool knownFile = false;  // the walk listed it as a file or stream
     bool done = false;
     std::string failure;  // empty when read
     uint8_t digest[SHA1HashSize] = {};
@@ -204,7 +205,7 @@ class Walker {
             const std::string root = trim_separators(given);
             walk_directory(root, root, separator, 1);
         } else {
-            add_file(given, given, 0);
+            add_file(given, given, 0, false);
         }
     }
 
@@ -231,7 +232,7 @@ class Walker {
             if (excluded(entry, entryShown)) continue;
             switch (kind) {
             case VXIO_ENTRY_FILE:
-                add_file(full, entryShown, size);
+                add_file(full, entryShown, size, true);
                 break;
             case VXIO_ENTRY_DIRECTORY:
                 if (options_.maxDepth < 0 || depth < options_.maxDepth)
@@ -251,12 +252,14 @@ class Walker {
         }
     }
 
-    void add_file(const std::string &path, const std::string &shown, uint64_t size) {
+    void add_file(const std::string &path, const std::string &shown, uint64_t size,
+                  bool listed) {
         Item item;
         item.path = path;
         item.shown = shown;
         item.kind = Kind::File;
         item.listedSize = size;
+        item.knownFile = listed;
         list_.add(std::move(item));
         if (options_.streams) add_streams(path, shown);
     }
@@ -282,6 +285,7 @@ class Walker {
             item.shown = shown + ":" + stream_name(full.substr(path.size()));
             item.kind = Kind::Stream;
             item.listedSize = size;
+            item.knownFile = true;
             list_.add(std::move(item));
         }
     }
@@ -320,8 +324,8 @@ class Walker {
 void hash_objects(WorkList &list, const IoTable &table, bool wantAttributes) {
     std::vector<uint8_t> buffer(kChunk);
     while (Item *item = list.take()) {
-        item->failure = hash_named_object(table, buffer, item->path.c_str(), item->digest,
-                                          &item->size);
+        item->failure = hash_named_object(table, buffer, item->path.c_str(), item->knownFile,
+                                          item->digest, &item->size);
         if (wantAttributes) {
             // A stream has its file's attributes.
             const std::string owner = item->kind == Kind::Stream

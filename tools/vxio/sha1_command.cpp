@@ -132,7 +132,8 @@ bool hash_operand(Hasher &hasher, const char *name) {
         }
     } else if (hasher.useFileBackend) {
         uint64_t size = 0;
-        failure = hash_named_object(*hasher.fileTable.get(), hasher.buffer, name, digest, &size);
+        failure = hash_named_object(*hasher.fileTable.get(), hasher.buffer, name, false, digest,
+                                    &size);
     } else {
         // Writers and deleters may keep the file open: a scanner hashes
         // files in use.

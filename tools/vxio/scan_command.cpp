@@ -50,7 +50,8 @@ const char kUsage[] =
     "  --json          one JSON object per line instead: path, kind (file,\n"
     "                  stream, link, offline), size, sha1, attributes, and\n"
     "                  error for an unreadable object\n"
-    "  --no-streams    do not look for named data streams\n"
+    "  --no-streams    do not look for named data streams (they are not looked\n"
+    "                  for either on volumes whose file system has none)\n"
     "  --summary       counts, bytes, time and throughput on stderr at the end\n"
     "  -h, --help      show this help and exit\n"
     "  --              end of options: what follows is a PATH\n"
@@ -199,6 +200,8 @@ class Walker {
             unreadable(given, given, Kind::File, reason_text(GetLastError()));
             return;
         }
+        // Links are never entered, so the whole walk stays on this volume.
+        streams_ = options_.streams && volume_holds_streams(given);
         const char separator = preferred_separator(given);
         if (attributes & FILE_ATTRIBUTE_DIRECTORY) {
             if (options_.maxDepth == 0) return;
@@ -217,7 +220,7 @@ class Walker {
             unreadable(path, shown, Kind::Unlistable, "cannot list directory");
             return;
         }
-        if (options_.streams) add_streams(path, shown);
+        if (streams_) add_streams(path, shown);
         std::vector<char> name(kNameBuffer);
         uint32_t kind = 0;
         uint64_t size = 0;
@@ -261,7 +264,7 @@ class Walker {
         item.listedSize = size;
         item.knownFile = listed;
         list_.add(std::move(item));
-        if (options_.streams) add_streams(path, shown);
+        if (streams_) add_streams(path, shown);
     }
 
     // The named streams of one file or directory, as "path:name:$DATA"
@@ -316,8 +319,23 @@ class Walker {
         return false;
     }
 
+    // Looking for streams costs a privilege change, an open and a query per
+    // object; a volume whose file system keeps no named streams has none
+    // to find. When the volume cannot be asked, every object is looked at.
+    static bool volume_holds_streams(const std::string &path) {
+        FileHandle object(CreateFileA(path.c_str(), 0,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+        DWORD flags = 0;
+        if (!object.valid() || !GetVolumeInformationByHandleW(object.get(), nullptr, 0, nullptr,
+                                                              nullptr, &flags, nullptr, 0))
+            return true;
+        return (flags & FILE_NAMED_STREAMS) != 0;
+    }
+
     const Options &options_;
     WorkList &list_;
+    bool streams_ = false;  // look for named streams under the current root
 };
 
 // A hasher thread: takes objects until the list runs dry.

@@ -70,11 +70,24 @@ const OsTable real_os = {
     ::RegConnectRegistryA,
     ::RegEnumKeyExA,
     ::RegCloseKey,
+    ::RegQueryValueExA,
+    ::RegEnumValueA,
+    ::RegSetValueExA,
+    ::RegDeleteValueA,
+    ::RegDeleteKeyA,
+
+    ::GetSystemDirectoryA,
+    ::GetSystemInfo,
+    ::GetLongPathNameA,
+    ::GetShortPathNameA,
 
     ::WideCharToMultiByte,
 
     ::_mbslwr,
     ::_mbscmp,
+    ::_mbsstr,
+    ::_strlwr,
+    ::_access,
 };
 
 OsTable os = real_os;

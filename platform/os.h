@@ -8,7 +8,9 @@
 
 #include <windows.h>
 
+#include <io.h>
 #include <mbstring.h>
+#include <string.h>
 
 namespace vxio::platform {
 
@@ -94,6 +96,18 @@ struct OsTable {
     LSTATUS(WINAPI *RegEnumKeyExA)(HKEY, DWORD, LPSTR, LPDWORD, LPDWORD, LPSTR, LPDWORD,
                                    PFILETIME);
     LSTATUS(WINAPI *RegCloseKey)(HKEY);
+    LSTATUS(WINAPI *RegQueryValueExA)(HKEY, LPCSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD);
+    LSTATUS(WINAPI *RegEnumValueA)(HKEY, DWORD, LPSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE,
+                                   LPDWORD);
+    LSTATUS(WINAPI *RegSetValueExA)(HKEY, LPCSTR, DWORD, DWORD, const BYTE *, DWORD);
+    LSTATUS(WINAPI *RegDeleteValueA)(HKEY, LPCSTR);
+    LSTATUS(WINAPI *RegDeleteKeyA)(HKEY, LPCSTR);
+
+    // System locations and paths.
+    UINT(WINAPI *GetSystemDirectoryA)(LPSTR, UINT);
+    void(WINAPI *GetSystemInfo)(LPSYSTEM_INFO);
+    DWORD(WINAPI *GetLongPathNameA)(LPCSTR, LPSTR, DWORD);
+    DWORD(WINAPI *GetShortPathNameA)(LPCSTR, LPSTR, DWORD);
 
     // Text conversion with the ANSI code page.
     int(WINAPI *WideCharToMultiByte)(UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL);
@@ -101,6 +115,9 @@ struct OsTable {
     // Multibyte text of the C runtime (code-page dependent).
     unsigned char *(__cdecl *mbslwr)(unsigned char *);
     int(__cdecl *mbscmp)(const unsigned char *, const unsigned char *);
+    unsigned char *(__cdecl *mbsstr)(const unsigned char *, const unsigned char *);
+    char *(__cdecl *strlwr)(char *);
+    int(__cdecl *access)(const char *, int);
 };
 
 // The live table. Defaults to the real functions.

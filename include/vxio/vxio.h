@@ -8,5 +8,6 @@
 #include "io.h"
 #include "lock_sha1.h"
 #include "name_cache.h"
+#include "startup.h"
 
 #endif /* VXIO_VXIO_H */

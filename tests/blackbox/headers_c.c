@@ -5,6 +5,7 @@
 #include "vxio/io.h"
 #include "vxio/lock_sha1.h"
 #include "vxio/name_cache.h"
+#include "vxio/startup.h"
 #include "vxio/vxio.h"
 
 int vxio_headers_compile_as_c(void) { return (int)sizeof(IoTable); }

@@ -21,6 +21,8 @@ namespace {
 const Command kCommands[] = {
     {"scan", "walk directory trees and print the SHA-1 of every file and stream", run_scan},
     {"sha1", "print the SHA-1 digest of files (or standard input), one line each", run_sha1},
+    {"startup", "list the files started from autostart locations; repair one on request",
+     run_startup},
     {"acl", "run one security-descriptor command (list, clear, change, restore)", run_acl},
     {"boot", "list the boot sectors of a drive or disk image with their SHA-1", run_boot},
 };

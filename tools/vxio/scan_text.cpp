@@ -98,8 +98,6 @@ std::string to_utf8(const std::string &text) {
     return utf8;
 }
 
-namespace {
-
 std::string json_string(const std::string &text) {
     std::string out = "\"";
     for (unsigned char c : to_utf8(text)) {
@@ -121,8 +119,6 @@ std::string json_string(const std::string &text) {
     }
     return out + "\"";
 }
-
-}  // namespace
 
 std::string json_line(const std::string &path, const char *kind, const uint64_t *size,
                       const std::string &sha1, DWORD attributes, const std::string &error) {

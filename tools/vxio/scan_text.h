@@ -37,6 +37,9 @@ bool parse_count(const std::string &text, unsigned long *value);
 // the output is meant for; bytes that do not convert become '?'.
 std::string to_utf8(const std::string &text);
 
+// A JSON string literal (quotes included) of text, converted to UTF-8.
+std::string json_string(const std::string &text);
+
 // One JSON object and its line feed. text is converted from the ANSI code
 // page to UTF-8. A null size is written as null, an empty sha1 as null,
 // INVALID_FILE_ATTRIBUTES leaves out the attributes, a non-empty error adds

@@ -30,6 +30,7 @@ int run_sha1(int argc, char **argv);
 int run_acl(int argc, char **argv);
 int run_boot(int argc, char **argv);
 int run_scan(int argc, char **argv);
+int run_startup(int argc, char **argv);
 
 // "vxio: <message>" and the hint to the command's help on stderr; returns
 // kExitUsage. command may be null for the tool's own options.

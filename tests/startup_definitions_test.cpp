@@ -4,6 +4,10 @@
 // their release, and running out of memory while parsing.
 #include <gtest/gtest.h>
 
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -108,6 +112,39 @@ struct Definitions : testing::Test {
     void TearDown() override { EXPECT_EQ(ledger.live(), 0u); }
     HeapLedger ledger;
 };
+
+// The definitions shipped beside vxio.exe (copied beside this test by the
+// build): every line is a definition, with a root or a folder pattern, a
+// mode keyword and, for registry lines, a repair keyword the scan knows.
+TEST(DefinitionText, TheShippedDefinitionsParse) {
+    char self[MAX_PATH];
+    const DWORD length = GetModuleFileNameA(nullptr, self, MAX_PATH);
+    ASSERT_GT(length, 0u);
+    std::string path(self, length);
+    path = path.substr(0, path.find_last_of('\\') + 1) + "startup_locations.txt";
+    FILE *file = std::fopen(path.c_str(), "rb");
+    ASSERT_NE(file, nullptr) << path;
+    std::string text;
+    char chunk[4096];
+    for (size_t n; (n = std::fread(chunk, 1, sizeof chunk, file)) > 0;) text.append(chunk, n);
+    std::fclose(file);
+
+    std::vector<DefinitionLine> lines;
+    ASSERT_EQ(ParseDefinitionText(text.data(), text.size(), lines), kParsed);
+    EXPECT_EQ(lines.size(), static_cast<size_t>(std::count(text.begin(), text.end(), '\n')));
+    for (const DefinitionLine &line : lines) {
+        SCOPED_TRACE(line.label);
+        EXPECT_FALSE(line.key.empty());
+        EXPECT_LE(line.mode, 3u);
+        if (line.root == Root::None) {
+            EXPECT_EQ(line.mode, 2u);  // a start-up folder
+            EXPECT_EQ(line.key.back(), '*');
+        } else {
+            EXPECT_GE(line.action, 1u);
+            EXPECT_LE(line.action, 6u);
+        }
+    }
+}
 
 TEST_F(Definitions, RecordsOwnTheirStringsAndEmptyFieldsAreNull) {
     // The length counts: the caller's bytes after it are neither read nor

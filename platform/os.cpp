@@ -81,6 +81,22 @@ const OsTable real_os = {
     ::GetLongPathNameA,
     ::GetShortPathNameA,
 
+    ::OpenProcess,
+    ::ReadProcessMemory,
+    ::WriteProcessMemory,
+    ::VirtualQueryEx,
+    ::TerminateProcess,
+    ::SuspendThread,
+    ::CreateThread,
+    ::WaitForSingleObjectEx,
+    ::TerminateThread,
+    ::DuplicateHandle,
+    ::GetCurrentProcessId,
+    ::CreateToolhelp32Snapshot,
+    ::Process32First,
+    ::Process32Next,
+    ::lstrlenA,
+
     ::WideCharToMultiByte,
 
     ::_mbslwr,

@@ -8,6 +8,8 @@
 
 #include <windows.h>
 
+#include <tlhelp32.h>
+
 #include <io.h>
 #include <mbstring.h>
 #include <string.h>
@@ -108,6 +110,24 @@ struct OsTable {
     void(WINAPI *GetSystemInfo)(LPSYSTEM_INFO);
     DWORD(WINAPI *GetLongPathNameA)(LPCSTR, LPSTR, DWORD);
     DWORD(WINAPI *GetShortPathNameA)(LPCSTR, LPSTR, DWORD);
+
+    // Processes, threads and their memory.
+    HANDLE(WINAPI *OpenProcess)(DWORD, BOOL, DWORD);
+    BOOL(WINAPI *ReadProcessMemory)(HANDLE, LPCVOID, LPVOID, SIZE_T, SIZE_T *);
+    BOOL(WINAPI *WriteProcessMemory)(HANDLE, LPVOID, LPCVOID, SIZE_T, SIZE_T *);
+    SIZE_T(WINAPI *VirtualQueryEx)(HANDLE, LPCVOID, PMEMORY_BASIC_INFORMATION, SIZE_T);
+    BOOL(WINAPI *TerminateProcess)(HANDLE, UINT);
+    DWORD(WINAPI *SuspendThread)(HANDLE);
+    HANDLE(WINAPI *CreateThread)(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID,
+                                 DWORD, LPDWORD);
+    DWORD(WINAPI *WaitForSingleObjectEx)(HANDLE, DWORD, BOOL);
+    BOOL(WINAPI *TerminateThread)(HANDLE, DWORD);
+    BOOL(WINAPI *DuplicateHandle)(HANDLE, HANDLE, HANDLE, LPHANDLE, DWORD, BOOL, DWORD);
+    DWORD(WINAPI *GetCurrentProcessId)();
+    HANDLE(WINAPI *CreateToolhelp32Snapshot)(DWORD, DWORD);
+    BOOL(WINAPI *Process32First)(HANDLE, LPPROCESSENTRY32);
+    BOOL(WINAPI *Process32Next)(HANDLE, LPPROCESSENTRY32);
+    int(WINAPI *lstrlenA)(LPCSTR);
 
     // Text conversion with the ANSI code page.
     int(WINAPI *WideCharToMultiByte)(UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL);

@@ -65,6 +65,9 @@ check "default definitions: exit status" 0 "$status"
 
 run_vxio startup --definitions missing.txt
 check "missing definitions: exit status" 1 "$status"
+check "missing definitions: message" "vxio: missing.txt: No such file or directory" "$err"
+run_vxio startup --definitions 'some folder'
+check "a folder as definitions: message" "vxio: some folder: Is a directory" "$err"
 printf 'not a definition\n' >bad.txt
 run_vxio startup --definitions bad.txt
 check "unparsable definitions: exit status" 1 "$status"

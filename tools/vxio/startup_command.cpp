@@ -142,7 +142,15 @@ int run_startup(int argc, char **argv) {
     if (definitions.empty()) definitions = default_definitions();
 
     // The definition text is handed to the scan as an I/O object: a file
-    // read through the File backend.
+    // read through the File backend. A directory never reaches the backend,
+    // which would answer the system's refusal by clearing its DACL.
+    const DWORD attributes = GetFileAttributesA(definitions.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+        fprintf(stderr, "vxio: %s: %s\n", definitions.c_str(),
+                attributes == INVALID_FILE_ATTRIBUTES ? reason_text(GetLastError()).c_str()
+                                                      : "Is a directory");
+        return kExitUnreadable;
+    }
     static const uint8_t kNoCallerData[16] = {};
     FileObject text(VOXA_FILE_Open(definitions.c_str(), 0, 0, kNoCallerData, 16));
     if (!text.valid()) {

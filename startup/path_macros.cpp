@@ -73,8 +73,6 @@ const PathMacro kMacros[] = {
     {"%CommonProgramFiles%", g_commonFiles},
 };
 
-inline void close_key(HKEY key) noexcept { os.RegCloseKey(key); }
-using UniqueKey = UniqueResource<HKEY, close_key, 0>;
 
 using FolderPathFn = HRESULT(WINAPI *)(HWND, int, HANDLE, DWORD, LPSTR);
 using IsWow64ProcessFn = BOOL(WINAPI *)(HANDLE, PBOOL);

@@ -45,8 +45,6 @@ constexpr int kMaxTreeDepth = 512;
 // keeps answering with new subkeys could reach it.
 constexpr int kMaxSubkeysDeleted = 1 << 20;
 
-void close_key(HKEY key) noexcept { os.RegCloseKey(key); }
-using UniqueKey = UniqueResource<HKEY, close_key, 0>;
 using Text = ZeltaPtr<char>;
 
 Text allocate_text(uint64_t size) noexcept {

@@ -61,9 +61,7 @@ constexpr int kWalkOk = 0;
 constexpr int kWalkFailed = -1;
 constexpr int kWalkNoBuffers = 1;
 
-void close_key(HKEY key) noexcept { os.RegCloseKey(key); }
 void close_search(HANDLE search) noexcept { os.FindClose(search); }
-using UniqueKey = UniqueResource<HKEY, close_key, 0>;
 using UniqueFind = UniqueResource<HANDLE, close_search, -1>;
 using Text = ZeltaPtr<char>;
 

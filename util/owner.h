@@ -51,6 +51,7 @@ private:
 namespace detail {
 inline void close_handle(HANDLE h) noexcept { platform::os.CloseHandle(h); }
 inline void free_library(HMODULE m) noexcept { platform::os.FreeLibrary(m); }
+inline void close_key(HKEY k) noexcept { platform::os.RegCloseKey(k); }
 inline void zelta_free(void *p) noexcept { ZELTA_myfree(p); }
 }  // namespace detail
 
@@ -60,6 +61,8 @@ using UniqueFile = UniqueResource<HANDLE, detail::close_handle, -1>;
 using UniqueHandle = UniqueResource<HANDLE, detail::close_handle, 0>;
 // A module loaded with LoadLibraryA.
 using UniqueModule = UniqueResource<HMODULE, detail::free_library, 0>;
+// An open registry key (never a predefined root).
+using UniqueKey = UniqueResource<HKEY, detail::close_key, 0>;
 
 // A block from ZELTA_mymalloc, typed for convenience.
 template <typename T>

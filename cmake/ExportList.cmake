@@ -1,5 +1,6 @@
-# Reads the export names from vxio.def into VXIO_EXPORT_NAMES, checks them
-# against the engine's list of names when that list is at hand, and writes
+# Reads the export names from vxio.def into VXIO_EXPORT_NAMES, checks that
+# they are exactly the engine's list of names when that list is at hand,
+# and writes
 # them as a C string list for the black-box tests.
 function(vxio_read_exports def_file out_var)
   file(STRINGS ${def_file} lines)
@@ -24,6 +25,14 @@ function(vxio_check_exports names engine_list)
   foreach(name IN LISTS names)
     if(NOT name IN_LIST known)
       message(FATAL_ERROR "vxio.def exports ${name}, which the engine does not know")
+    endif()
+  endforeach()
+  # Every name the engine resolves must be there as well: exports_test then
+  # proves that the DLL's export table is exactly vxio.def, hence exactly
+  # the engine's list.
+  foreach(name IN LISTS known)
+    if(name AND NOT name IN_LIST names)
+      message(FATAL_ERROR "the engine resolves ${name}, which vxio.def does not export")
     endif()
   endforeach()
 endfunction()

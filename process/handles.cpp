@@ -1,0 +1,542 @@
+// Open handles of every process with the names of the objects behind them,
+// the loaded device drivers, small questions about one process, thread or
+// file handle, and process control (terminate, suspend).
+//
+// Naming a file handle can block for ever (a pipe another process waits
+// on), so that one question runs on an expendable worker thread that is
+// given 500 ms and killed when it overruns. Native entry points come from
+// the loaded "NTDLL.DLL" (never loaded or released here); PSAPI and the
+// tool-help functions are loaded by name for each call and released on
+// every return path.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "fs/native_path.h"
+#include "platform/library.h"
+#include "platform/os.h"
+#include "process/gate.h"
+#include "util/owner.h"
+#include "vxio/process.h"
+#include "vxio/process_memory.h"
+
+namespace vxio::process {
+
+using platform::os;
+using platform::RuntimeLibrary;
+
+namespace {
+
+using NtStatus = LONG;
+constexpr NtStatus kInfoLengthMismatch = static_cast<NtStatus>(0xC0000004);
+constexpr NtStatus kBufferOverflow = static_cast<NtStatus>(0x80000005);
+constexpr NtStatus kAccessDenied = static_cast<NtStatus>(0xC0000022);
+constexpr int32_t kAccessDeniedResult = -3;
+constexpr int32_t kEnvironmentUnreadable = -8;
+constexpr int32_t kWorkerKilled = -2;  // naming result of a handle whose worker overran
+
+using QuerySystemFn = NtStatus(NTAPI *)(ULONG, PVOID, ULONG, PULONG);
+using QueryHandleFn = NtStatus(NTAPI *)(HANDLE, ULONG, PVOID, ULONG, PULONG);
+using QueryFileFn = NtStatus(NTAPI *)(HANDLE, PVOID, PVOID, ULONG, ULONG);
+
+template <typename Fn>
+Fn ntdll_entry(const char *name) noexcept {
+    HMODULE ntdll = os.GetModuleHandleA("NTDLL.DLL");
+    if (!ntdll) return nullptr;
+    return reinterpret_cast<Fn>(reinterpret_cast<void *>(os.GetProcAddress(ntdll, name)));
+}
+
+// Native queries that answer "length mismatch" are asked again with a
+// larger buffer: the reported length when it is larger, else twice the
+// size. Some systems report 0 (or the same size) for ever, so the number of
+// rounds and the size are bounded.
+constexpr int kGrowRounds = 24;
+constexpr ULONG kLargestQuery = 256u << 20;
+
+struct GrownAnswer {
+    NtStatus status = 0;
+    bool noMemory = false;
+};
+
+template <typename Query>
+GrownAnswer query_growing(ZeltaPtr<uint8_t> &buffer, ULONG size, bool overflowToo,
+                          Query &&query) noexcept {
+    GrownAnswer answer;
+    for (int round = 0;; ++round) {
+        buffer.reset(static_cast<uint8_t *>(ZELTA_mymalloc(size)));
+        if (!buffer) {
+            answer.noMemory = true;
+            return answer;
+        }
+        std::memset(buffer.get(), 0, size);
+        ULONG reported = 0;
+        answer.status = query(buffer.get(), size, &reported);
+        const bool again = answer.status == kInfoLengthMismatch ||
+                           (overflowToo && answer.status == kBufferOverflow);
+        if (!again || round + 1 >= kGrowRounds || size >= kLargestQuery) return answer;
+        size = reported > size ? reported : size * 2;
+        if (size > kLargestQuery) size = kLargestQuery;
+    }
+}
+
+// A counted UTF-16 text (length in bytes) as ANSI into out (capacity bytes,
+// always terminated). False when nothing could be converted.
+bool to_ansi(const wchar_t *text, size_t bytes, char *out, int capacity) noexcept {
+    out[0] = '\0';
+    if (!text || bytes < sizeof(wchar_t)) return false;
+    const int n = os.WideCharToMultiByte(CP_ACP, 0, text, static_cast<int>(bytes / sizeof(wchar_t)),
+                                         out, capacity - 1, nullptr, nullptr);
+    if (n <= 0) {
+        out[0] = '\0';
+        return false;
+    }
+    out[n] = '\0';
+    return true;
+}
+
+void copy_text(char *field, size_t capacity, const char *text) noexcept {
+    std::snprintf(field, capacity, "%s", text);
+}
+
+// Layout of the 64-bit records read from the target (offsets in bytes).
+constexpr size_t kBasicProcessInfoSize = 48;  // PROCESS_BASIC_INFORMATION
+constexpr size_t kPebAddressAt = 8, kProcessIdAt = 32, kParentIdAt = 40;
+constexpr size_t kPebReadSize = 644, kParametersAt = 0x20, kGlobalFlagAt = 0xBC;
+constexpr size_t kParametersReadSize = 832, kImagePathAt = 0x60;
+constexpr size_t kThreadBasicInfoSize = 44;  // grown to the platform's 48
+constexpr size_t kClientProcessAt = 16, kClientThreadAt = 24;
+constexpr ULONG kThreadStartAddressClass = 9;
+constexpr ULONG kFileNameClass = 9;
+constexpr size_t kFileNameBufferSize = 2080;
+
+template <typename T>
+T read_at(const uint8_t *block, size_t offset) noexcept {
+    T value;
+    std::memcpy(&value, block + offset, sizeof value);
+    return value;
+}
+
+DWORD WINAPI name_worker(LPVOID query) {
+    return static_cast<DWORD>(VOXA_IO_NativeAPIFilenameFromHandle(static_cast<FileHandleQuery *>(query)));
+}
+
+// Object type names by the type index of the handle table. The table is
+// fixed: a system that numbers its types otherwise gets these names anyway.
+const char *type_name(uint32_t index) noexcept {
+    static const char *const kNames[30] = {
+        "None",      "Type",          "Directory",    "SymbolicLink", "Token",
+        "Process",   "Thread",        "Job",          "EventPair",    "Event",
+        "Device",    "Mutant",        "Profile",      "Semaphore",    "Timer",
+        "Section",   "KeyedEvent",    "WindowStation", "Desktop",     "Section",
+        "Key",       "Port",          "WaitablePort", "Adapter",      "Controller",
+        "Device",    "Unknown-1",     "IoCompletion", "File",         "WmiGuid"};
+    return index < 30 ? kNames[index] : "Unknown-2";
+}
+
+bool starts_with(const char *text, const char *prefix) noexcept {
+    return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
+}
+
+// The object's name through NtQueryObject, on the calling thread.
+int32_t name_from_object(HANDLE object, HandleEntry &entry) noexcept {
+    auto queryObject = ntdll_entry<QueryHandleFn>("NtQueryObject");
+    entry.objectName[0] = '\0';
+    if (queryObject) {
+        ZeltaPtr<uint8_t> name;
+        const GrownAnswer answer = query_growing(name, 16, true, [&](void *b, ULONG s, PULONG r) {
+            return queryObject(object, 1, b, s, r);
+        });
+        if (!answer.noMemory && answer.status >= 0) {
+            const auto length = read_at<USHORT>(name.get(), 0);
+            const auto text = read_at<const wchar_t *>(name.get(), 8);
+            to_ansi(text, length, entry.objectName, sizeof entry.objectName);
+        }
+        // The type is asked too; the record keeps the fixed table's name.
+        ZeltaPtr<uint8_t> type;
+        query_growing(type, 100, true, [&](void *b, ULONG s, PULONG r) {
+            return queryObject(object, 2, b, s, r);
+        });
+    }
+    // Only native file paths are paths: event, key or section names keep
+    // their case.
+    if (starts_with(entry.objectName, "\\??\\")) fs::NormalizeNativePath(entry.objectName);
+    if (entry.objectName[0]) return kOk;
+    copy_text(entry.objectName, sizeof entry.objectName, "__FAILED_TO_ACCESS_OBJECT_INFO__");
+    return kFailed;
+}
+
+int32_t name_handle(HandleEntry &entry) noexcept {
+    constexpr DWORD kDupQueryRead = PROCESS_DUP_HANDLE | PROCESS_QUERY_INFORMATION | PROCESS_VM_READ;
+    UniqueHandle owner(os.OpenProcess(kDupQueryRead, FALSE, entry.ownerProcessId));
+    if (!owner) return kFailed;
+    UniqueHandle duplicate;
+    HANDLE value = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(entry.handleValue));
+    if (!os.DuplicateHandle(owner.get(), value, os.GetCurrentProcess(), duplicate.addressof(), 0,
+                            FALSE, DUPLICATE_SAME_ACCESS)) {
+        copy_text(entry.objectName, sizeof entry.objectName,
+                  "__ACCESS_DENIED__DUPLICATE_HANDLE_FAILED__");
+        return kFailed;
+    }
+
+    // The worker writes into a block of its own: should it outlive the
+    // wait (it could not be terminated, or the wait itself failed), it
+    // must not write into a stack frame that is gone, so the block is then
+    // left to it.
+    auto *query = static_cast<FileHandleQuery *>(ZELTA_mymalloc(sizeof(FileHandleQuery)));
+    if (!query) return kNoMemory;
+    std::memset(query, 0, sizeof *query);
+    query->handle = reinterpret_cast<uintptr_t>(duplicate.get());
+    bool finished = false;
+    {
+        UniqueHandle worker(os.CreateThread(nullptr, 0, name_worker, query, 0, nullptr));
+        if (!worker) {
+            ZELTA_myfree(query);
+            return name_from_object(duplicate.get(), entry);
+        }
+        const DWORD wait = os.WaitForSingleObjectEx(worker.get(), 500, FALSE);
+        if (wait == WAIT_FAILED) {
+            copy_text(entry.objectName, sizeof entry.objectName,
+                      "__OBJECT_UNSAFE_TO_ACCESS__COULD_NOT_WAIT_FOR_THREAD__");
+            return kFailed;
+        }
+        if (wait == WAIT_TIMEOUT) {
+            if (!os.TerminateThread(worker.get(), 0)) {
+                copy_text(entry.objectName, sizeof entry.objectName,
+                          "__OBJECT_UNSAFE_TO_ACCESS__THREAD_NOT_TERMINATED__");
+                return kFailed;
+            }
+            copy_text(entry.objectName, sizeof entry.objectName,
+                      "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__");
+        } else {
+            finished = true;
+        }
+    }
+    FileHandleQuery answer = *query;
+    ZELTA_myfree(query);
+    if (!finished) return kWorkerKilled;
+
+    // The worker's "*" (no file name) rules out only the file answer: a
+    // process or thread handle never has a file name, and those objects
+    // are still described by their own queries.
+    if (starts_with(entry.typeName, "File") && answer.name[0] && answer.name[0] != '*') {
+        copy_text(entry.objectName, sizeof entry.objectName, answer.name);
+        return kOk;
+    }
+    if (starts_with(entry.typeName, "Process")) {
+        ProcessHandleQuery process{};
+        process.handle = reinterpret_cast<uintptr_t>(duplicate.get());
+        const int32_t status = VOXA_IO_NativeAPIProcessInfoFromHandle(&process);
+        if (status == kOk) {
+            copy_text(entry.objectName, sizeof entry.objectName, process.imagePath);
+            entry.targetProcessId = process.processId;
+            entry.targetParentId = process.parentProcessId;
+            entry.targetProcessFlag = process.environmentValue;
+            return kOk;
+        }
+        if (status == kAccessDeniedResult || status == kEnvironmentUnreadable) {
+            copy_text(entry.objectName, sizeof entry.objectName,
+                      status == kAccessDeniedResult ? "__ACCESS_DENIED__"
+                                                    : "__PEB_READ_FAIL__(PROCESS_DOES_NOT_EXIST)__");
+            return kFailed;
+        }
+    } else if (starts_with(entry.typeName, "Thread")) {
+        ThreadHandleQuery thread{};
+        thread.handle = reinterpret_cast<uintptr_t>(duplicate.get());
+        const int32_t status = VOXA_IO_NativeAPIThreadInfoFromHandle(&thread);
+        if (status == kOk) {
+            entry.targetThreadId = thread.threadId;
+            entry.targetThreadProcessId = thread.processId;
+            entry.threadStartAddress = thread.startAddress;
+            std::snprintf(entry.objectName, 50, "ProcessID_(%d)__ThreadID_(%d)",
+                          static_cast<int>(thread.processId), static_cast<int>(thread.threadId));
+            return kOk;
+        }
+        if (status == kAccessDeniedResult) {
+            copy_text(entry.objectName, sizeof entry.objectName, "__ACCESS_DENIED__");
+            return kFailed;
+        }
+    }
+    return name_from_object(duplicate.get(), entry);
+}
+
+// Handle table of the system (class 16), 64-bit layout.
+constexpr ULONG kHandleInformationClass = 16;
+constexpr size_t kHandleTableHeader = 8, kHandleTableEntry = 24;
+
+int32_t enumerate_handles(const char *nameFilter, int32_t typeFilter, uint32_t ownerFilter,
+                          bool noCollect, DynArray *out, const DynArray *processes) noexcept {
+    auto querySystem = ntdll_entry<QuerySystemFn>("NtQuerySystemInformation");
+    if (!querySystem) return kFailed;
+    ZeltaPtr<uint8_t> table;
+    ULONG tableSize = 24;
+    const GrownAnswer answer = query_growing(table, tableSize, false, [&](void *b, ULONG s, PULONG r) {
+        tableSize = s;
+        return querySystem(kHandleInformationClass, b, s, r);
+    });
+    if (answer.noMemory) return kNoMemory;
+    if (answer.status != 0) return kFailed;
+
+    uint64_t count = read_at<ULONG>(table.get(), 0);
+    const uint64_t fits = (tableSize - kHandleTableHeader) / kHandleTableEntry;
+    if (count > fits) count = fits;
+    for (uint64_t i = 0; i < count; ++i) {
+        const uint8_t *raw = table.get() + kHandleTableHeader + i * kHandleTableEntry;
+        const uint32_t owner = read_at<USHORT>(raw, 0);
+        const uint32_t type = raw[4];
+        if (owner == 0) continue;
+        if (typeFilter && static_cast<uint32_t>(typeFilter) != type) continue;
+        if (ownerFilter && ownerFilter != owner) continue;
+        // The no-collect mode keeps no record: the walk only filters.
+        if (noCollect) continue;
+
+        ZeltaPtr<HandleEntry> entry(static_cast<HandleEntry *>(ZELTA_mymalloc(sizeof(HandleEntry))));
+        if (!entry) return kNoMemory;
+        std::memset(entry.get(), 0, sizeof(HandleEntry));
+        entry->handleValue = read_at<USHORT>(raw, 6);
+        entry->ownerProcessId = owner;
+        entry->grantedAccess = read_at<ULONG>(raw, 16);
+        entry->objectTypeNumber = type;
+        entry->handleFlags = raw[5];
+        copy_text(entry->typeName, sizeof entry->typeName, type_name(type));
+        if (owner == 4) {
+            copy_text(entry->ownerName, sizeof entry->ownerName, "SYSTEM");
+        } else {
+            for (uint32_t p = 0; p < processes->count; ++p) {
+                const auto *process = static_cast<const ProcessEntry *>(processes->items[p]);
+                if (process && process->processId == owner) {
+                    copy_text(entry->ownerName, sizeof entry->ownerName, process->name);
+                    break;
+                }
+            }
+        }
+        name_handle(*entry);
+
+        // The filter matches when it begins with the object's name (an
+        // empty name matches every filter). A record that does not match
+        // is freed here rather than left behind.
+        if (nameFilter &&
+            _strnicmp(nameFilter, entry->objectName, std::strlen(entry->objectName)) != 0)
+            continue;
+        if (VOXA_arrAdd(out, entry.get())) entry.release();
+    }
+    return kOk;
+}
+
+// Windows directory + middle + name, lower-cased, when it fits and a file
+// of that name opens for reading.
+bool existing_system_file(const char *windows, const char *middle, const char *name,
+                          char (&path)[260]) noexcept {
+    const int n = std::snprintf(path, sizeof path, "%s%s%s", windows, middle, name);
+    if (n < 0 || n >= static_cast<int>(sizeof path)) return false;
+    os.mbslwr(reinterpret_cast<unsigned char *>(path));
+    UniqueFile file(os.CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                   FILE_ATTRIBUTE_NORMAL, nullptr));
+    return static_cast<bool>(file);
+}
+
+int32_t enumerate_drivers(DynArray *list) noexcept {
+    RuntimeLibrary psapi("PSAPI.DLL");
+    if (!psapi.loaded()) return kNoMemory;
+    auto enumDrivers = psapi.get<BOOL(WINAPI *)(LPVOID *, DWORD, LPDWORD)>("EnumDeviceDrivers");
+    auto baseName = psapi.get<DWORD(WINAPI *)(LPVOID, LPWSTR, DWORD)>("GetDeviceDriverBaseNameW");
+    if (!enumDrivers || !baseName) return kFailed;
+
+    constexpr DWORD kAddressBytes = 2080;
+    LPVOID addresses[kAddressBytes / sizeof(LPVOID)] = {};
+    DWORD needed = 0;
+    if (!enumDrivers(addresses, kAddressBytes, &needed) || needed >= kAddressBytes) return kFailed;
+    char windows[MAX_PATH] = {};
+    os.GetWindowsDirectoryA(windows, MAX_PATH);
+
+    for (DWORD i = 0; i < needed / sizeof(LPVOID); ++i) {
+        wchar_t wide[260] = {};
+        if (!baseName(addresses[i], wide, 260)) continue;
+        char name[260] = {};
+        if (os.WideCharToMultiByte(CP_ACP, 0, wide, -1, name, sizeof name, nullptr, nullptr) <= 0)
+            name[0] = '\0';
+        fs::NormalizeNativePath(name);
+        char path[260];
+        if (!existing_system_file(windows, "\\system32\\", name, path) &&
+            !existing_system_file(windows, "\\system32\\drivers\\", name, path))
+            copy_text(path, sizeof path, name);
+
+        ZeltaPtr<DriverEntry> entry(static_cast<DriverEntry *>(ZELTA_mymalloc(sizeof(DriverEntry))));
+        if (!entry) return kNoMemory;
+        entry->reserved = 0;
+        copy_text(entry->path, sizeof entry->path, path);
+        if (VOXA_arrAdd(list, entry.get())) entry.release();
+    }
+    return kOk;
+}
+
+}  // namespace
+}  // namespace vxio::process
+
+using namespace vxio;
+using namespace vxio::process;
+
+extern "C" int32_t VOXA_IO_EnumerateOpenHandles(const char *nameFilter, int32_t typeFilter,
+                                                uint32_t ownerFilter, uint32_t noCollect,
+                                                DynArray *outList, DynArray *processList) noexcept {
+    if (!processList) return kBadArgument;
+    if (nameFilter && !typeFilter) return kBadArgument;
+    if (noCollect && (!nameFilter || !typeFilter || !ownerFilter)) return kBadArgument;
+    if (!noCollect && !outList) return kBadArgument;
+    DebugPrivilegeBracket bracket;
+    return enumerate_handles(nameFilter, typeFilter, ownerFilter, noCollect != 0, outList,
+                             processList);
+}
+
+extern "C" int32_t VOXA_IO_EnumDeviceDrivers(DynArray *list) noexcept {
+    if (!list) return kBadArgument;
+    return RunGated([&] { return enumerate_drivers(list); });
+}
+
+extern "C" int32_t VOXA_IO_NativeAPIProcessInfoFromHandle(ProcessHandleQuery *query) noexcept {
+    // No block to answer in: the argument is bad.
+    if (!query) return kBadArgument;
+    auto queryProcess = ntdll_entry<QueryHandleFn>("NtQueryInformationProcess");
+    if (!queryProcess) return kFailed;
+    HANDLE process = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(query->handle));
+    ZeltaPtr<uint8_t> basic;
+    ULONG basicSize = 32;
+    const GrownAnswer answer = query_growing(basic, basicSize, false, [&](void *b, ULONG s, PULONG r) {
+        basicSize = s;
+        return queryProcess(process, 0, b, s, r);
+    });
+    if (answer.noMemory) return kNoMemory;
+    if (answer.status == kAccessDenied) return kAccessDeniedResult;
+    if (answer.status != 0 || basicSize < kBasicProcessInfoSize) return kFailed;
+    query->processId = static_cast<uint32_t>(read_at<ULONG_PTR>(basic.get(), kProcessIdAt));
+    query->parentProcessId = static_cast<uint32_t>(read_at<ULONG_PTR>(basic.get(), kParentIdAt));
+    const auto peb = read_at<ULONG_PTR>(basic.get(), kPebAddressAt);
+
+    uint8_t block[kParametersReadSize] = {};
+    SIZE_T read = 0;
+    if (!os.ReadProcessMemory(process, reinterpret_cast<LPCVOID>(peb), block, kPebReadSize, &read) ||
+        read != kPebReadSize)
+        return kEnvironmentUnreadable;
+    // The environment-block word reported is its global flag (the loader's
+    // and heap's debugging switches), the word most telling about a target.
+    query->environmentValue = read_at<uint32_t>(block, kGlobalFlagAt);
+    query->imagePath[0] = '\0';
+    const auto parameters = read_at<ULONG_PTR>(block, kParametersAt);
+    if (!os.ReadProcessMemory(process, reinterpret_cast<LPCVOID>(parameters), block,
+                              kParametersReadSize, &read) ||
+        read != kParametersReadSize)
+        return kOk;
+    const auto length = std::min<size_t>(read_at<USHORT>(block, kImagePathAt), 258);
+    const auto text = read_at<ULONG_PTR>(block, kImagePathAt + 8);
+    wchar_t wide[130] = {};
+    if (length && os.ReadProcessMemory(process, reinterpret_cast<LPCVOID>(text), wide, length, &read) &&
+        read == length) {
+        to_ansi(wide, length, query->imagePath, sizeof query->imagePath);
+        fs::NormalizeNativePath(query->imagePath);
+    }
+    return kOk;
+}
+
+extern "C" int32_t VOXA_IO_NativeAPIThreadInfoFromHandle(ThreadHandleQuery *query) noexcept {
+    if (!query) return kBadArgument;
+    auto queryThread = ntdll_entry<QueryHandleFn>("NtQueryInformationThread");
+    if (!queryThread) return kFailed;
+    HANDLE thread = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(query->handle));
+    ZeltaPtr<uint8_t> basic;
+    ULONG basicSize = kThreadBasicInfoSize;
+    const GrownAnswer answer = query_growing(basic, basicSize, false, [&](void *b, ULONG s, PULONG r) {
+        basicSize = s;
+        return queryThread(thread, 0, b, s, r);
+    });
+    if (answer.noMemory) return kNoMemory;
+    if (answer.status == kAccessDenied) return kAccessDeniedResult;
+    if (answer.status != 0 || basicSize < kClientThreadAt + 8) return kFailed;
+    query->processId = static_cast<uint32_t>(read_at<ULONG_PTR>(basic.get(), kClientProcessAt));
+    query->threadId = static_cast<uint32_t>(read_at<ULONG_PTR>(basic.get(), kClientThreadAt));
+
+    ULONG_PTR start = 0;
+    const NtStatus status = queryThread(thread, kThreadStartAddressClass, &start, sizeof start, nullptr);
+    if (status == kAccessDenied) return kAccessDeniedResult;
+    if (status != 0) return kFailed;
+    query->startAddress = static_cast<uint32_t>(start);
+    return kOk;
+}
+
+extern "C" int32_t VOXA_IO_NativeAPIFilenameFromHandle(FileHandleQuery *query) noexcept {
+    if (!query) return kBadArgument;
+    query->name[0] = '\0';
+    auto queryFile = ntdll_entry<QueryFileFn>("NtQueryInformationFile");
+    ZeltaPtr<uint8_t> info(static_cast<uint8_t *>(ZELTA_mymalloc(kFileNameBufferSize)));
+    if (!info) {
+        copy_text(query->name, sizeof query->name, "*");
+        return kNoMemory;
+    }
+    std::memset(info.get(), 0, kFileNameBufferSize);
+    struct {
+        void *status;
+        ULONG_PTR information;
+    } io{};
+    HANDLE file = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(query->handle));
+    const bool named =
+        queryFile && queryFile(file, &io, info.get(), kFileNameBufferSize, kFileNameClass) == 0;
+    const ULONG length = read_at<ULONG>(info.get(), 0);
+    if (!named || length > kFileNameBufferSize - 4 ||
+        !to_ansi(reinterpret_cast<const wchar_t *>(info.get() + 4), length, query->name,
+                 sizeof query->name)) {
+        copy_text(query->name, sizeof query->name, "*");
+        return kOk;
+    }
+    fs::NormalizeNativePath(query->name);
+    return kOk;
+}
+
+extern "C" int32_t VOXA_IO_PSAPIProcessNameFromHandle(FileHandleQuery *query) noexcept {
+    if (!query) return kFailed;
+    RuntimeLibrary psapi("PSAPI.DLL");
+    auto fileName = psapi.get<DWORD(WINAPI *)(HANDLE, HMODULE, LPSTR, DWORD)>("GetModuleFileNameExA");
+    if (!fileName) return kFailed;
+    HANDLE process = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(query->handle));
+    if (!fileName(process, nullptr, query->name, sizeof query->name)) return kFailed;
+    fs::NormalizeNativePath(query->name);
+    return kOk;
+}
+
+extern "C" uint8_t VOXA_IO_TerminateWin32Process(uint32_t processId) noexcept {
+    if (processId == 0) return 0;
+    DebugPrivilegeBracket bracket;
+    UniqueHandle process(OpenProcessToTerminate(processId));
+    return process && os.TerminateProcess(process.get(), 0) ? 1 : 0;
+}
+
+extern "C" uint8_t VOXA_IO_SuspendWin32Process(int32_t processId) noexcept {
+    if (processId == 0) return 0;
+    UniqueModule kernel(os.LoadLibraryA("KERNEL32.DLL"));
+    if (!kernel) return 0;
+    auto entry = [&](const char *name) { return os.GetProcAddress(kernel.get(), name); };
+    auto snapshot = reinterpret_cast<decltype(&::CreateToolhelp32Snapshot)>(
+        reinterpret_cast<void *>(entry("CreateToolhelp32Snapshot")));
+    auto first = reinterpret_cast<decltype(&::Thread32First)>(reinterpret_cast<void *>(entry("Thread32First")));
+    auto next = reinterpret_cast<decltype(&::Thread32Next)>(reinterpret_cast<void *>(entry("Thread32Next")));
+    auto openThread = reinterpret_cast<decltype(&::OpenThread)>(reinterpret_cast<void *>(entry("OpenThread")));
+    if (!snapshot || !first || !next || !openThread) return 0;
+    DebugPrivilegeBracket bracket;
+
+    UniqueFile threads(snapshot(TH32CS_SNAPTHREAD, 0));
+    if (!threads) return 0;
+    constexpr DWORD kThreadAllAccess = 0x1F03FF;  // THREAD_ALL_ACCESS as the engine knows it
+    THREADENTRY32 thread{};
+    thread.dwSize = sizeof thread;
+    for (BOOL more = first(threads.get(), &thread); more; more = next(threads.get(), &thread)) {
+        if (thread.th32OwnerProcessID != static_cast<DWORD>(processId)) continue;
+        UniqueHandle handle(openThread(kThreadAllAccess, FALSE, thread.th32ThreadID));
+        if (!handle) handle.reset(openThread(THREAD_SUSPEND_RESUME, FALSE, thread.th32ThreadID));
+        // Threads suspended so far stay suspended: nothing is resumed.
+        if (!handle) return 0;
+        if (os.SuspendThread(handle.get()) == static_cast<DWORD>(-1)) return 0;
+        // One more release of the module per suspended thread, as the
+        // engine has always done; KERNEL32.DLL is never really unloaded.
+        os.FreeLibrary(kernel.get());
+    }
+    return 1;
+}
+
+extern "C" int32_t VOXA_IO_PatchInMemoryImage(void) noexcept { return 0; }

@@ -1,0 +1,542 @@
+// Process, thread, module, heap and service lists. A real child process
+// (vxio_child.exe: it loads vxio_child_module.dll and starts a second
+// thread) must be found by every method that works under Wine, checked
+// against the system interface called directly. What Wine does not do
+// (heap walks, performance counters, kernel modules, debug-buffer modules)
+// is served through the seam's GetProcAddress with recorded answers, as
+// each test says. Every test ends with no library block left.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <pdh.h>
+#include <tlhelp32.h>
+
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "platform/os.h"
+#include "support/heap_ledger.h"
+#include "vxio/process.h"
+
+using namespace vxio::platform;
+using vxio::test::HeapLedger;
+
+namespace {
+
+std::string lower(std::string text) {
+    for (char &c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// The child, started once for the program and ended when it closes our pipe.
+struct Child {
+    DWORD id = 0;
+    std::string path, modulePath;  // as the lists report them
+    HANDLE process = nullptr, input = nullptr;
+} child;
+
+class ChildEnvironment : public ::testing::Environment {
+    void SetUp() override {
+        char self[MAX_PATH];
+        GetModuleFileNameA(nullptr, self, MAX_PATH);
+        const std::string dir(self, std::strrchr(self, '\\'));
+        child.path = lower(dir + "\\vxio_child.exe");
+        child.modulePath = lower(dir + "\\vxio_child_module.dll");
+        SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+        HANDLE inRead, outRead, outWrite;
+        ASSERT_TRUE(CreatePipe(&inRead, &child.input, &inherit, 0) && CreatePipe(&outRead, &outWrite, &inherit, 0));
+        SetHandleInformation(child.input, HANDLE_FLAG_INHERIT, 0);
+        SetHandleInformation(outRead, HANDLE_FLAG_INHERIT, 0);
+        STARTUPINFOA startup{};
+        startup.cb = sizeof startup;
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdInput = inRead;
+        startup.hStdOutput = startup.hStdError = outWrite;
+        PROCESS_INFORMATION info{};
+        std::string command = "\"" + dir + "\\vxio_child.exe\" 64";
+        ASSERT_TRUE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, dir.c_str(),
+                                   &startup, &info));
+        CloseHandle(info.hThread), CloseHandle(inRead), CloseHandle(outWrite);
+        child.process = info.hProcess;
+        std::string line;
+        char c;
+        DWORD got = 0;
+        while (line.size() < 200 && ReadFile(outRead, &c, 1, &got, nullptr) && got == 1 && c != '\n') line += c;
+        CloseHandle(outRead);
+        ASSERT_EQ(line.rfind("ready ", 0), 0u) << line;
+        child.id = std::strtoul(line.c_str() + 6, nullptr, 10);
+        ASSERT_EQ(child.id, info.dwProcessId);
+    }
+    void TearDown() override {
+        CloseHandle(child.input);
+        if (WaitForSingleObject(child.process, 5000) != WAIT_OBJECT_0) TerminateProcess(child.process, 1);
+        CloseHandle(child.process);
+    }
+};
+const auto *const environment = ::testing::AddGlobalTestEnvironment(new ChildEnvironment);
+
+// A caller's list, freed with its records at the end of the scope.
+struct List {
+    DynArray *array = VOXA_arrNew();
+    ~List() { VOXA_arrFree(array, 1); }
+    operator DynArray *() const { return array; }
+    template <typename T>
+    std::vector<T *> items(std::function<bool(const T &)> keep = nullptr) const {
+        std::vector<T *> out;
+        for (uint32_t i = 0; i < array->count; ++i) {
+            auto *item = static_cast<T *>(array->items[i]);
+            if (!keep || keep(*item)) out.push_back(item);
+        }
+        return out;
+    }
+};
+
+// Entry points served or hidden by name through the seam's GetProcAddress:
+// a name mapped to null is missing, an unmapped name is the real one.
+std::map<std::string, FARPROC> served;
+FARPROC WINAPI serving_lookup(HMODULE module, LPCSTR name) {
+    auto it = HIWORD(reinterpret_cast<uintptr_t>(name)) ? served.find(name) : served.end();
+    return it != served.end() ? it->second : real_os.GetProcAddress(module, name);
+}
+template <typename Fn>
+FARPROC fn(Fn f) {
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(f));
+}
+
+class ProcessLists : public ::testing::Test {
+protected:
+    HeapLedger ledger;
+    SeamEntry<FARPROC(WINAPI *)(HMODULE, LPCSTR)> lookup{&OsTable::GetProcAddress, &serving_lookup};
+    void TearDown() override {
+        served.clear();
+        EXPECT_EQ(ledger.live(), 0u) << "library blocks left";
+    }
+};
+
+// Process ids (or the child's thread ids) from a snapshot taken directly.
+std::set<DWORD> snapshot_ids(bool childThreads = false) {
+    std::set<DWORD> ids;
+    HANDLE snap = CreateToolhelp32Snapshot(childThreads ? TH32CS_SNAPTHREAD : TH32CS_SNAPPROCESS, 0);
+    THREADENTRY32 t{};
+    PROCESSENTRY32 p{};
+    t.dwSize = sizeof t, p.dwSize = sizeof p;
+    for (BOOL ok = Thread32First(snap, &t); childThreads && ok; ok = Thread32Next(snap, &t))
+        if (t.th32OwnerProcessID == child.id) ids.insert(t.th32ThreadID);
+    for (BOOL ok = Process32First(snap, &p); !childThreads && ok; ok = Process32Next(snap, &p))
+        if (p.th32ProcessID != 0 && p.th32ProcessID != 4) ids.insert(p.th32ProcessID);
+    CloseHandle(snap);
+    return ids;
+}
+
+// Processes come and go under Wine (its services start on demand): every
+// process seen directly before and after the call must be listed, and
+// nothing seen neither time. The child must be listed once, as its parent's.
+const ProcessEntry &check_processes(const List &list, const std::set<DWORD> &before, DWORD parent) {
+    const std::set<DWORD> after = snapshot_ids();
+    std::set<DWORD> ours;
+    for (auto *p : list.items<ProcessEntry>()) ours.insert(p->processId);
+    for (DWORD id : before) EXPECT_TRUE(!after.count(id) || ours.count(id)) << "missing " << id;
+    for (DWORD id : ours) EXPECT_TRUE(before.count(id) || after.count(id)) << "unknown " << id;
+    auto mine = list.items<ProcessEntry>([](auto &p) { return p.processId == child.id; });
+    EXPECT_EQ(mine.size(), 1u);
+    static ProcessEntry none{};
+    if (mine.empty()) return none;
+    EXPECT_EQ(mine[0]->parentOrAux, parent);
+    return *mine[0];
+}
+
+std::set<DWORD> child_threads(const List &threads) {
+    std::set<DWORD> ids;
+    for (auto *t : threads.items<ThreadEntry>([](auto &t) { return t.ownerProcessId == child.id; }))
+        ids.insert(t->threadId);
+    return ids;
+}
+
+TEST_F(ProcessLists, ToolHelpFindsTheChildItsModulesAndThreads) {
+    const auto before = snapshot_ids();
+    List processes, modules, threads;
+    ASSERT_EQ(VOXA_IO_CreateWin32ToolHelpEnumerations(processes, modules, threads), 0);
+    EXPECT_EQ(check_processes(processes, before, GetCurrentProcessId()).name, child.path);
+    auto separators = modules.items<ModuleEntry>([](auto &m) { return !m.processId && !m.size && !m.path[0]; });
+    EXPECT_EQ(separators.size(), processes.array->count);
+    auto dll = modules.items<ModuleEntry>([](auto &m) { return m.processId == child.id && m.path == child.modulePath; });
+    ASSERT_EQ(dll.size(), 1u);
+    EXPECT_NE(dll[0]->size, 0u);
+    EXPECT_EQ(child_threads(threads).size(), 2u);
+    EXPECT_EQ(child_threads(threads), snapshot_ids(true));
+
+    served["Module32First"] = nullptr;  // now every module walk fails
+    List processes2, modules2, threads2;
+    ASSERT_EQ(VOXA_IO_CreateWin32ToolHelpEnumerations(processes2, modules2, threads2), 0);
+    EXPECT_GT(processes2.array->count, 1u);
+    EXPECT_EQ(modules2.array->count, processes2.array->count);  // separators only
+    EXPECT_EQ(processes2.items<ProcessEntry>([](auto &p) { return p.name[0] != 0; }).size(), 0u);
+}
+
+TEST_F(ProcessLists, ProcessStatusAndBruteForceFindTheChildByPath) {
+    for (auto create : {&VOXA_IO_CreateWin32PSAPIProcessList, &VOXA_IO_CreateWin32BruteForcePIDList}) {
+        const auto before = snapshot_ids();
+        List processes;
+        ASSERT_EQ(create(processes), 0);
+        EXPECT_EQ(check_processes(processes, before, 0).name, child.path);
+    }
+}
+
+// Every id the brute-force probe asks for: the seam refuses each open.
+std::vector<DWORD> probed;
+HANDLE WINAPI refuse_open(DWORD, BOOL, DWORD id) {
+    if (probed.empty() || probed.back() != id) probed.push_back(id);
+    return nullptr;
+}
+
+TEST_F(ProcessLists, BruteForceProbesMultiplesOfFourFromEightTo19996) {
+    probed.clear();
+    SeamEntry open(&OsTable::OpenProcess, &refuse_open);
+    List processes;
+    ASSERT_EQ(VOXA_IO_CreateWin32BruteForcePIDList(processes), 0);
+    EXPECT_EQ(processes.array->count, 0u);
+    ASSERT_EQ(probed.size(), (19996u - 8u) / 4u + 1u);
+    EXPECT_EQ(probed.front(), 8u);
+    EXPECT_EQ(probed.back(), 19996u);
+}
+
+// Replays a process of 200 modules, named after their handles.
+BOOL WINAPI two_hundred_modules(HANDLE, HMODULE *out, DWORD, LPDWORD needed, DWORD) {
+    for (uintptr_t i = 0; i < 200; ++i) out[i] = reinterpret_cast<HMODULE>(0x10000 * (i + 1));
+    return *needed = 200 * sizeof(HMODULE), TRUE;
+}
+DWORD WINAPI module_name(HANDLE, HMODULE module, LPSTR out, DWORD) {
+    return DWORD(std::snprintf(out, 260, "C:\\M%zu.DLL", reinterpret_cast<uintptr_t>(module) / 0x10000));
+}
+
+TEST_F(ProcessLists, ProcessStatusModulesMatchTheSnapshotAndStopAt128) {
+    List modules;
+    ASSERT_EQ(VOXA_IO_CreateWin32PSAPIModulesList(modules, child.id), 0);
+    auto dll = modules.items<ModuleEntry>([](auto &m) { return m.path == child.modulePath; });
+    ASSERT_EQ(dll.size(), 1u);
+    EXPECT_EQ(dll[0]->processId, child.id);
+    EXPECT_NE(dll[0]->extra, 0u);  // the entry point
+    HANDLE snap = CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, child.id);
+    MODULEENTRY32 m{};
+    m.dwSize = sizeof m;
+    uint32_t base = 0;
+    for (BOOL ok = Module32First(snap, &m); ok; ok = Module32Next(snap, &m))
+        if (lower(m.szExePath) == child.modulePath) base = uint32_t(uintptr_t(m.modBaseAddr));
+    CloseHandle(snap);
+    EXPECT_EQ(dll[0]->baseAddress, base);
+
+    served = {{"EnumProcessModulesEx", fn(&two_hundred_modules)}, {"GetModuleFileNameExA", fn(&module_name)}};
+    List capped;
+    ASSERT_EQ(VOXA_IO_CreateWin32PSAPIModulesList(capped, child.id), 0);
+    auto items = capped.items<ModuleEntry>();
+    ASSERT_EQ(items.size(), 128u);
+    EXPECT_STREQ(items[127]->path, "c:\\m128.dll");
+}
+
+TEST_F(ProcessLists, NativeProcessesCarryParentNameAndThreads) {
+    const auto before = snapshot_ids();
+    List processes, threads;
+    ASSERT_EQ(VOXA_IO_NativeAPIEnumProcessesThreads(processes, threads), 0);
+    EXPECT_EQ(lower(check_processes(processes, before, GetCurrentProcessId()).name), "vxio_child.exe");
+    EXPECT_EQ(child_threads(threads), snapshot_ids(true));
+}
+
+// Replays a query that never fits and reports a required length of 0, as
+// some classes do under Wine; records each length offered.
+std::vector<ULONG> offered;
+LONG NTAPI never_fits(ULONG, PVOID, ULONG length, PULONG reported) {
+    offered.push_back(length);
+    return *reported = 0, static_cast<LONG>(0xC0000004);
+}
+
+TEST_F(ProcessLists, NativeQueriesGrowByFixedStepsAndGiveUp) {
+    served["NtQuerySystemInformation"] = fn(&never_fits);
+    for (ULONG step : {264u, 292u}) {
+        offered.clear();
+        List list, threads;
+        EXPECT_EQ(step == 264 ? VOXA_IO_NativeAPIEnumProcessesThreads(list, threads) : VOXA_IO_NativeAPIEnumModules(list), -1);
+        ASSERT_GT(offered.size(), 3u);
+        for (size_t i = 0; i < offered.size(); ++i) ASSERT_EQ(offered[i], step * (i + 1));
+    }
+}
+
+TEST_F(ProcessLists, NativeProcessModulesAndDetailsOfTheChild) {
+    List modules;
+    auto details = std::make_unique<ProcessDetails>();
+    std::memset(details.get(), 0x5A, sizeof *details);
+    ASSERT_EQ(VOXA_IO_NativeAPIEnumProcesseModules(modules, int32_t(child.id), details.get()), 0);
+    EXPECT_EQ(details->parentProcessId, GetCurrentProcessId());
+    EXPECT_EQ(details->imageBaseAddress, 0x140000000u);
+    EXPECT_EQ(details->beingDebugged, 0u);
+    EXPECT_EQ(details->imagePath, child.path);
+    EXPECT_NE(std::string(details->commandLine).find("vxio_child.exe"), std::string::npos);
+    ASSERT_GT(modules.array->count, 1u);
+    EXPECT_EQ(modules.items<ModuleEntry>()[0]->path, child.path);  // load order: the exe first
+    EXPECT_EQ(modules.items<ModuleEntry>([](auto &m) { return m.path == child.modulePath; }).size(), 1u);
+}
+
+// ---------------------------------------------------------------------------
+// The entry gate, through every export.
+
+ProcessDetails gateDetails;
+struct Export {
+    const char *entry;  // hiding it gives -1 (null: nothing late-bound decides)
+    int refused;        // ids refused: 0 none, 1 only 0, 2 both 0 and 4
+    std::function<int32_t(DynArray *, uint32_t)> call;
+};
+const Export exports[] = {
+    {"EnumProcesses", 0, [](DynArray *l, uint32_t) { return VOXA_IO_CreateWin32PSAPIProcessList(l); }},
+    {"GetModuleInformation", 2, [](DynArray *l, uint32_t id) { return VOXA_IO_CreateWin32PSAPIModulesList(l, id); }},
+    {nullptr, 0, [](DynArray *l, uint32_t) { List m, t; return VOXA_IO_CreateWin32ToolHelpEnumerations(l, m, t); }},
+    {"Heap32ListNext", 2, [](DynArray *l, uint32_t id) { return VOXA_IO_CreateWin32ToolHelpHeapsList(l, id); }},
+    {"PdhEnumObjectItemsA", 0, [](DynArray *l, uint32_t) { return VOXA_IO_CreateWin32PDHProcessNamesList(l); }},
+    {"PdhMakeCounterPathA", 0, [](DynArray *l, uint32_t) { return VOXA_IO_CreateWin32PDHProcessList(l); }},
+    {"PdhCloseQuery", 0, [](DynArray *l, uint32_t) { return VOXA_IO_CreateWin32PDHThreadList(l); }},
+    {"NtQuerySystemInformation", 0, [](DynArray *l, uint32_t) { List t; return VOXA_IO_NativeAPIEnumProcessesThreads(l, t); }},
+    {"NtQueryInformationProcess", 1, [](DynArray *l, uint32_t id) { return VOXA_IO_NativeAPIEnumProcesseModules(l, int32_t(id), &gateDetails); }},
+    {"NtQuerySystemInformation", 0, [](DynArray *l, uint32_t) { return VOXA_IO_NativeAPIEnumModules(l); }},
+    {"RtlQueryProcessDebugInformation", 1, [](DynArray *l, uint32_t id) { return VOXA_IO_NativeDebugAPIEnumProcesseModules(l, id); }},
+    {"EnumServicesStatusExA", 0, [](DynArray *l, uint32_t) { return VOXA_IO_CreateWin32ServiceList(l); }},
+    {"GetModuleFileNameExA", 0, [](DynArray *l, uint32_t) { return VOXA_IO_CreateWin32BruteForcePIDList(l); }},
+};
+
+int platformId = 1, systemCalls = 0;
+BOOL WINAPI served_version(LPOSVERSIONINFOA v) { return v->dwPlatformId = platformId, platformId != 0; }
+HMODULE WINAPI counted_load(LPCSTR name) { return ++systemCalls, real_os.LoadLibraryA(name); }
+HMODULE WINAPI counted_handle(LPCSTR name) { return ++systemCalls, real_os.GetModuleHandleA(name); }
+HANDLE WINAPI counted_open(DWORD a, BOOL i, DWORD id) { return ++systemCalls, real_os.OpenProcess(a, i, id); }
+
+TEST_F(ProcessLists, EntryGateOfEveryExport) {
+    for (const Export &e : exports) {
+        SCOPED_TRACE(e.entry ? e.entry : "tool-help");
+        EXPECT_EQ(e.call(nullptr, child.id), -2);
+        EXPECT_EQ(e.refused > 0 ? e.call(List(), 0) : -2, -2);
+        EXPECT_EQ(e.refused > 1 ? e.call(List(), 4) : -2, -2);
+        {
+            SeamEntry version(&OsTable::GetVersionExA, &served_version);
+            SeamEntry load(&OsTable::LoadLibraryA, &counted_load);
+            SeamEntry handle(&OsTable::GetModuleHandleA, &counted_handle);
+            SeamEntry open(&OsTable::OpenProcess, &counted_open);
+            for (int id : {1, 0}) {  // a 9x platform: 5 and nothing done; a failed query: -1
+                platformId = id, systemCalls = 0;
+                List list;
+                EXPECT_EQ(e.call(list, child.id), id ? 5 : -1);
+                EXPECT_EQ(systemCalls, 0);
+                EXPECT_EQ(list.array->count, 0u);
+            }
+        }
+        if (!e.entry) continue;
+        served[e.entry] = nullptr;
+        EXPECT_EQ(e.call(List(), child.id), -1);
+        served.clear();
+        RevertToSelf();  // the debug-buffer export leaves its impersonation
+    }
+    List modules, processes;
+    EXPECT_EQ(VOXA_IO_NativeAPIEnumProcesseModules(modules, int32_t(child.id), nullptr), -2);
+    EXPECT_EQ(VOXA_IO_NativeAPIEnumProcessesThreads(processes, nullptr), -2);
+}
+
+// ---------------------------------------------------------------------------
+// Services: the real manager, and replayed first calls that end the list.
+
+DWORD firstError = 0;
+BOOL WINAPI first_call_ends(SC_HANDLE, SC_ENUM_TYPE, DWORD, DWORD, LPBYTE, DWORD, LPDWORD needed, LPDWORD count,
+                            LPDWORD, LPCSTR) {
+    *needed = 4096, *count = 0;
+    SetLastError(firstError);
+    return firstError == 0;
+}
+
+TEST_F(ProcessLists, ServicesMatchTheManager) {
+    std::set<std::string> direct, ours;
+    SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ENUMERATE_SERVICE);
+    DWORD needed = 0, count = 0;
+    EnumServicesStatusExA(manager, SC_ENUM_PROCESS_INFO, 0x3B, SERVICE_STATE_ALL, nullptr, 0, &needed, &count, nullptr, nullptr);
+    std::vector<uint8_t> buffer(needed);
+    EnumServicesStatusExA(manager, SC_ENUM_PROCESS_INFO, 0x3B, SERVICE_STATE_ALL, buffer.data(), needed, &needed, &count, nullptr, nullptr);
+    for (DWORD i = 0; i < count; ++i) direct.insert(reinterpret_cast<ENUM_SERVICE_STATUS_PROCESSA *>(buffer.data())[i].lpServiceName);
+    CloseServiceHandle(manager);
+    List services;
+    ASSERT_EQ(VOXA_IO_CreateWin32ServiceList(services), 0);
+    for (auto *s : services.items<ServiceEntry>()) {
+        ours.insert(s->serviceName);
+        EXPECT_TRUE(s->currentState == SERVICE_RUNNING || s->processId == 0) << s->serviceName;
+    }
+    EXPECT_GT(ours.size(), 5u);
+    EXPECT_EQ(ours, direct);
+    served["EnumServicesStatusExA"] = fn(&first_call_ends);
+    for (DWORD error : {0ul, 5ul}) {  // success outright; access denied
+        firstError = error;
+        List empty;
+        EXPECT_EQ(VOXA_IO_CreateWin32ServiceList(empty), 0);
+        EXPECT_EQ(empty.array->count, 0u);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Kernel and debug-buffer modules: Wine reports none of its own, so they
+// are replayed in the system's layout (RTL_PROCESS_MODULES).
+std::vector<uint8_t> module_block(const std::vector<std::string> &paths, size_t at = 0) {
+    std::vector<uint8_t> block(at + 8 + 296 * paths.size());
+    *reinterpret_cast<uint32_t *>(&block[at]) = uint32_t(paths.size());
+    for (size_t i = 0; i < paths.size(); ++i) {
+        uint8_t *m = &block[at + 8 + 296 * i];
+        *reinterpret_cast<uint64_t *>(m + 16) = 0xFFFFF80000000000ull + i * 0x100000;  // base
+        *reinterpret_cast<uint32_t *>(m + 24) = 0x1000 * uint32_t(i + 1);             // size
+        *reinterpret_cast<uint16_t *>(m + 38) = uint16_t(paths[i].rfind('\\') + 1);   // file name
+        std::strcpy(reinterpret_cast<char *>(m + 40), paths[i].c_str());
+    }
+    return block;
+}
+std::vector<uint8_t> served_block;
+LONG NTAPI served_modules(ULONG infoClass, PVOID out, ULONG length, PULONG reported) {
+    *reported = ULONG(served_block.size());
+    if (infoClass != 11 || length < served_block.size()) return static_cast<LONG>(0xC0000004);
+    return std::memcpy(out, served_block.data(), served_block.size()), 0;
+}
+
+TEST_F(ProcessLists, KernelModulesAreFoundWhereTheSystemKeepsThem) {
+    // One in system32, one in its drivers folder, one only where reported.
+    served_block = module_block({"\\SystemRoot\\system32\\NTOSKRNL.EXE", "\\SystemRoot\\Somewhere\\MountMgr.sys",
+                                 "\\??\\C:\\Elsewhere\\NOTHERE.SYS"});
+    served["NtQuerySystemInformation"] = fn(&served_modules);
+    vxio::test::each_allocation_fails([](HeapLedger &inner) {
+        List modules;
+        if (!modules.array) return;  // the test's own list was the one refused
+        const int32_t result = VOXA_IO_NativeAPIEnumModules(modules);
+        // A failed record ends the walk; a failed append drops the record.
+        ASSERT_TRUE(result == 0 || (inner.failed() && result == -5)) << result;
+        if (inner.failed()) return;
+        auto items = modules.items<SystemModuleEntry>();
+        ASSERT_EQ(items.size(), 3u);
+        EXPECT_STREQ(items[0]->name, "NTOSKRNL.EXE");
+        EXPECT_STREQ(items[0]->path, "c:\\windows\\system32\\ntoskrnl.exe");
+        EXPECT_STREQ(items[1]->path, "c:\\windows\\system32\\drivers\\mountmgr.sys");
+        EXPECT_STREQ(items[2]->path, "c:\\elsewhere\\nothere.sys");
+        EXPECT_EQ(items[2]->baseAddress, 0xFFFFF80000200000ull);
+        EXPECT_EQ(items[2]->size, 0x3000u);
+    });
+}
+
+int destroyed = 0;
+void *NTAPI served_create(ULONG, BOOLEAN) { return served_block.data(); }
+LONG NTAPI served_query(ULONG, ULONG flags, void *) { return flags == 1 ? 0 : -1; }
+LONG NTAPI served_destroy(void *) { return ++destroyed, 0; }
+
+TEST_F(ProcessLists, DebugBufferModulesLeaveTheThreadImpersonating) {
+    served_block = module_block({"\\SystemRoot\\system32\\Kernel32.DLL"}, 0x100);
+    *reinterpret_cast<uint8_t **>(&served_block[0x60]) = &served_block[0x100];  // module information
+    served = {{"RtlCreateQueryDebugBuffer", fn(&served_create)}, {"RtlQueryProcessDebugInformation", fn(&served_query)},
+              {"RtlDestroyQueryDebugBuffer", fn(&served_destroy)}};
+    destroyed = 0;
+    List modules;
+    ASSERT_EQ(VOXA_IO_NativeDebugAPIEnumProcesseModules(modules, child.id), 0);
+    EXPECT_EQ(destroyed, 1);
+    auto items = modules.items<SystemModuleEntry>();
+    ASSERT_EQ(items.size(), 1u);
+    EXPECT_STREQ(items[0]->name, "");
+    EXPECT_STREQ(items[0]->path, "c:\\windows\\system32\\kernel32.dll");
+    HANDLE token = nullptr;  // a thread that does not impersonate has no token
+    EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, &token));
+    if (token) CloseHandle(token);
+    RevertToSelf();
+}
+
+// ---------------------------------------------------------------------------
+// Heap walk: Wine refuses heap snapshots (120), so two heaps are replayed;
+// the first holds a block of each flag, the second cannot be read.
+const std::vector<std::pair<DWORD, ULONG_PTR>> heapBlocks = {{1, 0x1000}, {3, 0x2000}, {2, 0x3000}, {4, 0x1'0000'4000}};
+size_t nextBlock = 0;
+HANDLE WINAPI served_snapshot(DWORD, DWORD) { return CreateEventA(nullptr, FALSE, FALSE, nullptr); }
+BOOL WINAPI served_list(HANDLE, LPHEAPLIST32 list) {
+    return list->th32HeapID == 2 ? FALSE : (list->th32ProcessID = 77, ++list->th32HeapID, TRUE);
+}
+BOOL WINAPI served_block_next(LPHEAPENTRY32 b) {
+    if (nextBlock == heapBlocks.size()) return FALSE;
+    std::tie(b->dwFlags, b->dwAddress) = heapBlocks[nextBlock++];
+    return b->dwBlockSize = b->dwAddress + 0x10, b->th32ProcessID = 78, TRUE;
+}
+BOOL WINAPI served_block_first(LPHEAPENTRY32 b, DWORD, ULONG_PTR heap) { return nextBlock = 0, heap == 1 && served_block_next(b); }
+
+TEST_F(ProcessLists, HeapWalkKeepsFixedFreeAndMovableBlocks) {
+    List real;
+    EXPECT_EQ(VOXA_IO_CreateWin32ToolHelpHeapsList(real, child.id), -1);
+    served = {{"CreateToolhelp32Snapshot", fn(&served_snapshot)}, {"Heap32ListFirst", fn(&served_list)},
+              {"Heap32ListNext", fn(&served_list)}, {"Heap32First", fn(&served_block_first)},
+              {"Heap32Next", fn(&served_block_next)}};
+    List blocks;
+    EXPECT_EQ(VOXA_IO_CreateWin32ToolHelpHeapsList(blocks, child.id), -1);  // the second heap
+    auto items = blocks.items<HeapBlockEntry>();
+    ASSERT_EQ(items.size(), 3u);
+    EXPECT_EQ(items[0]->listProcessId, 77u);
+    EXPECT_EQ(items[0]->blockProcessId, 78u);
+    EXPECT_EQ(items[1]->address, 0x3000u);
+    EXPECT_EQ(items[2]->address, 0x4000u);  // low 32 bits
+    EXPECT_EQ(items[2]->blockSize, 0x4010u);
+}
+
+// ---------------------------------------------------------------------------
+// Performance counters: Wine fails them early, so the query is replayed;
+// the raw array (which ends the process under Wine) must never be asked
+// for after an earlier failure.
+struct Pdh {
+    std::string object;
+    LONG addStatus = 0;
+    int rawCalls = 0, closes = 0;
+} pdh;
+const std::vector<std::pair<const char *, int64_t>> pdhItems = {
+    {"notepad", 40}, {"IDLE", 0}, {"systemd", 8}, {"_TOTAL", 0}, {"Idler", 12}, {"cmd", 44}, {"cmd", 48}};
+LONG WINAPI served_path(PDH_COUNTER_PATH_ELEMENTS_A *e, LPSTR out, LPDWORD, DWORD) {
+    pdh.object = e->szObjectName;
+    return std::snprintf(out, 260, "\\%s(%s)\\%s", e->szObjectName, e->szInstanceName, e->szCounterName), 0;
+}
+LONG WINAPI served_open(LPCSTR, DWORD_PTR, PDH_HQUERY *query) { return *query = &pdh, 0; }
+LONG WINAPI served_add(PDH_HQUERY, LPCSTR path, DWORD_PTR, PDH_HCOUNTER *counter) {
+    *counter = &pdh;
+    return std::strcmp(path, ("\\" + pdh.object + "(*)\\ID Process").c_str()) ? -1 : pdh.addStatus;
+}
+LONG WINAPI served_collect(PDH_HQUERY) { return 0; }
+LONG WINAPI served_close(PDH_HQUERY) { return ++pdh.closes, 0; }
+LONG WINAPI served_raw(PDH_HCOUNTER, LPDWORD size, LPDWORD count, PDH_RAW_COUNTER_ITEM_A *out) {
+    ++pdh.rawCalls;
+    *count = DWORD(pdhItems.size());
+    if (!out) return *size = *count * sizeof *out, static_cast<LONG>(0x800007D2);
+    for (size_t i = 0; i < pdhItems.size(); ++i) out[i] = {const_cast<char *>(pdhItems[i].first), {0, {}, pdhItems[i].second, 0, 0}};
+    return 0;
+}
+
+TEST_F(ProcessLists, PerformanceCountersSkipTheFirstItemAndPseudoProcesses) {
+    List real;
+    EXPECT_EQ(VOXA_IO_CreateWin32PDHProcessNamesList(real), -1);  // Wine: no object enumeration
+    served = {{"PdhMakeCounterPathA", fn(&served_path)}, {"PdhOpenQueryA", fn(&served_open)},
+              {"PdhAddCounterA", fn(&served_add)}, {"PdhCollectQueryData", fn(&served_collect)},
+              {"PdhGetRawCounterArrayA", fn(&served_raw)}, {"PdhCloseQuery", fn(&served_close)}};
+    pdh = Pdh{};
+    List processes, threads;
+    ASSERT_EQ(VOXA_IO_CreateWin32PDHProcessList(processes), 0);
+    EXPECT_EQ(pdh.object, "Process");
+    auto found = processes.items<ProcessEntry>();
+    ASSERT_EQ(found.size(), 2u);  // the first item, notepad, is never listed
+    EXPECT_EQ(found[0]->processId, 44u);
+    EXPECT_EQ(found[1]->processId, 48u);
+    EXPECT_STREQ(found[1]->name, "cmd");
+    EXPECT_EQ(pdh.closes, 1);
+    ASSERT_EQ(VOXA_IO_CreateWin32PDHThreadList(threads), 0);
+    EXPECT_EQ(pdh.object, "Thread");
+    ASSERT_EQ(threads.array->count, 2u);
+    EXPECT_EQ(threads.items<PdhThreadEntry>()[1]->processId, 48u);
+
+    pdh = Pdh{};
+    pdh.addStatus = -1;  // as under Wine: the counter cannot be added
+    EXPECT_EQ(VOXA_IO_CreateWin32PDHProcessList(List()), -1);
+    EXPECT_EQ(pdh.rawCalls, 0);
+    EXPECT_EQ(pdh.closes, 1);
+}
+
+}  // namespace

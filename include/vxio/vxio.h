@@ -8,6 +8,8 @@
 #include "io.h"
 #include "lock_sha1.h"
 #include "name_cache.h"
+#include "process.h"
+#include "process_memory.h"
 #include "startup.h"
 
 #endif /* VXIO_VXIO_H */

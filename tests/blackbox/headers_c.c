@@ -5,6 +5,8 @@
 #include "vxio/io.h"
 #include "vxio/lock_sha1.h"
 #include "vxio/name_cache.h"
+#include "vxio/process.h"
+#include "vxio/process_memory.h"
 #include "vxio/startup.h"
 #include "vxio/vxio.h"
 

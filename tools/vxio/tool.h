@@ -31,6 +31,14 @@ int run_acl(int argc, char **argv);
 int run_boot(int argc, char **argv);
 int run_scan(int argc, char **argv);
 int run_startup(int argc, char **argv);
+int run_ps(int argc, char **argv);
+int run_modules(int argc, char **argv);
+int run_threads(int argc, char **argv);
+int run_handles(int argc, char **argv);
+int run_drivers(int argc, char **argv);
+int run_services(int argc, char **argv);
+int run_dump(int argc, char **argv);
+int run_kill(int argc, char **argv);
 
 // "vxio: <message>" and the hint to the command's help on stderr; returns
 // kExitUsage. command may be null for the tool's own options.

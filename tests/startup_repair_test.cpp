@@ -1,7 +1,6 @@
-// Repairs of startup findings: every action on keys the tests make, each
-// checked against a dump of the whole test tree taken before. Unreadable
-// findings are made by hand; a missing or refusing RegDeleteKeyExA, a
-// 32-bit system and running out of memory go through the seam.
+// Repairs: every action checked against a dump of the test tree taken
+// before. A missing or refusing RegDeleteKeyExA and a 32-bit system go
+// through the seam.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -82,8 +81,8 @@ DynArray *open_scan(std::string text) {
     return scan;
 }
 
-// Scans one definition over a subkey of the test key, cleans finding
-// `index` `times` times and returns the last result.
+// Scans one definition over kKey + sub, cleans finding `index` `times`
+// times and returns the last result.
 uint64_t clean(const std::string &sub, const char *rest, uint64_t index = 0, int times = 1) {
     DynArray *scan = open_scan("1,x,0,HKCU," + kKey + sub + "," + rest + "\n");
     EXPECT_NE(scan, nullptr);

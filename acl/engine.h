@@ -14,14 +14,10 @@ namespace vxio::acl {
 
 namespace detail {
 inline void local_free(void *p) noexcept { platform::os.LocalFree(p); }
-inline void close_key(HKEY key) noexcept { platform::os.RegCloseKey(key); }
-inline void find_close(HANDLE h) noexcept { platform::os.FindClose(h); }
 }  // namespace detail
 
 // Memory from LocalAlloc (SIDs, descriptors returned by the system).
 using LocalBlock = UniqueResource<void *, detail::local_free, 0>;
-using UniqueKey = UniqueResource<HKEY, detail::close_key, 0>;
-using UniqueFind = UniqueResource<HANDLE, detail::find_close, -1>;
 
 struct ResolvedRule {
     LocalBlock find;

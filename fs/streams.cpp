@@ -20,6 +20,7 @@
 #include <cstring>
 
 #include "fs/token_privilege.h"
+#include "process/privileges.h"
 #include "platform/os.h"
 #include "util/owner.h"
 #include "vxio/fs.h"
@@ -169,7 +170,7 @@ extern "C" StreamsContext *VOXA_Streams_Init(const char *path, uint8_t listStrea
                                              uint8_t existenceOnly) noexcept {
     if (!listStreams && !existenceOnly) return nullptr;
     if (!vxio::fs::EnableTokenPrivilege("SeBackupPrivilege")) return nullptr;
-    vxio::fs::RevertToSelfByName();  // the answer is of no interest here
+    vxio::process::RevertImpersonation();  // the answer is of no interest here
 
     vxio::ZeltaPtr<StreamsContext> context = vxio::zelta_new<StreamsContext>();
     if (!context) return nullptr;
@@ -204,7 +205,7 @@ extern "C" uint8_t VOXA_Streams_Enumerate(StreamsContext *context, uint32_t *out
         uint8_t *list = fetch_list(context);
         context->streamBuffer = list;
         context->cursor = list;
-        if (!vxio::fs::RevertToSelfByName()) return 0;
+        if (!vxio::process::RevertImpersonation()) return 0;
     }
     if (!context->streamBuffer || !context->cursor) return 0;
 

@@ -67,10 +67,4 @@ bool EnableTokenPrivilege(const char *privilegeName) noexcept {
     return os.GetLastError() == ERROR_SUCCESS;
 }
 
-bool RevertToSelfByName() noexcept {
-    RuntimeLibrary advapi("ADVAPI32.DLL");
-    auto revert = advapi.get<decltype(&::RevertToSelf)>("RevertToSelf");
-    return revert && revert();
-}
-
 }  // namespace vxio::fs

@@ -1,7 +1,7 @@
-// Token helpers of the stream functions: the process-wide
-// privilege switch and the RevertToSelf call, both with their entry points
-// looked up by name in Advapi32 at each use (a missing one is a failed
-// step, never a load failure of the DLL).
+// The process-wide privilege switch of the stream functions, its entry
+// points looked up by name in Advapi32 at each use (a missing one is a
+// failed step, never a load failure of the DLL). The RevertToSelf call
+// they also make is process::RevertImpersonation.
 #pragma once
 
 namespace vxio::fs {
@@ -14,11 +14,5 @@ namespace vxio::fs {
 // does not hold (ERROR_NOT_ALL_ASSIGNED) is a failure. The privilege stays
 // enabled afterwards; nothing switches it off again.
 bool EnableTokenPrivilege(const char *privilegeName) noexcept;
-
-// Loads "ADVAPI32.DLL", calls its RevertToSelf when the entry point is
-// there, and frees the module. True when the module loaded, the entry point
-// was found and the call succeeded (Init ignores the answer, the first
-// Enumerate needs it). Ends any impersonation of the calling thread.
-bool RevertToSelfByName() noexcept;
 
 }  // namespace vxio::fs

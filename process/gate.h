@@ -57,4 +57,16 @@ int32_t RunGated(Work &&work) noexcept {
 HANDLE OpenProcessToRead(DWORD processId) noexcept;
 HANDLE OpenProcessToTerminate(DWORD processId) noexcept;
 
+// A handle the system gave back, neither null nor INVALID_HANDLE_VALUE.
+inline bool usable(HANDLE handle) noexcept {
+    return handle != nullptr && handle != INVALID_HANDLE_VALUE;
+}
+
+// The low 32 bits of an address, as the engine's 32-bit record fields and
+// arguments keep them.
+inline uint32_t low32(uint64_t value) noexcept { return static_cast<uint32_t>(value); }
+inline uint32_t low32(const void *pointer) noexcept {
+    return low32(static_cast<uint64_t>(reinterpret_cast<uintptr_t>(pointer)));
+}
+
 }  // namespace vxio::process

@@ -174,10 +174,7 @@ constexpr uint32_t kLoaderModuleLimit = 65536;
 
 constexpr size_t kText = 260;
 
-bool usable(HANDLE handle) { return handle != nullptr && handle != INVALID_HANDLE_VALUE; }
 
-uint32_t low32(uint64_t value) { return static_cast<uint32_t>(value); }
-uint32_t low32(const void *pointer) { return low32(reinterpret_cast<uintptr_t>(pointer)); }
 
 template <typename T>
 T load(const void *base, size_t offset) {

@@ -91,7 +91,6 @@ private:
 uintptr_t base_of(const MEMORY_BASIC_INFORMATION &r) noexcept {
     return reinterpret_cast<uintptr_t>(r.BaseAddress);
 }
-uint32_t low32(uintptr_t value) noexcept { return static_cast<uint32_t>(value); }
 
 const char *state_text(DWORD state) noexcept {
     switch (state) {

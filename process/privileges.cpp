@@ -3,6 +3,8 @@
 // one is a failed privilege step, which callers ignore.
 #include "process/privileges.h"
 
+#include "process/gate.h"
+
 #include <cstring>
 
 #include "platform/library.h"
@@ -21,7 +23,6 @@ namespace {
 constexpr DWORD kOnePrivilegeRecord = 16;
 static_assert(sizeof(TOKEN_PRIVILEGES) == kOnePrivilegeRecord, "one-entry privilege record");
 
-bool usable(HANDLE handle) { return handle != nullptr && handle != INVALID_HANDLE_VALUE; }
 
 }  // namespace
 

@@ -20,6 +20,7 @@
 #include "platform/library.h"
 #include "platform/os.h"
 #include "startup/path_macros.h"
+#include "startup/text.h"
 #include "util/owner.h"
 #include "vxio/startup.h"
 
@@ -44,14 +45,6 @@ constexpr int kMaxTreeDepth = 512;
 // Subkeys taken off one key; each round deletes one, so only a key that
 // keeps answering with new subkeys could reach it.
 constexpr int kMaxSubkeysDeleted = 1 << 20;
-
-using Text = ZeltaPtr<char>;
-
-Text allocate_text(uint64_t size) noexcept {
-    return Text(static_cast<char *>(ZELTA_mymalloc(size)));
-}
-
-bool is_empty(const char *text) noexcept { return !text || !*text; }
 
 // A string field of the finding, copied for the length of the action. A
 // null field (the finding's empty texts are null) gives a null copy: a

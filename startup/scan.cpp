@@ -35,6 +35,7 @@
 #include "platform/os.h"
 #include "startup/definitions.h"
 #include "startup/path_macros.h"
+#include "startup/text.h"
 #include "util/owner.h"
 #include "vxio/startup.h"
 
@@ -61,21 +62,11 @@ constexpr int kWalkOk = 0;
 constexpr int kWalkFailed = -1;
 constexpr int kWalkNoBuffers = 1;
 
-void close_search(HANDLE search) noexcept { os.FindClose(search); }
-using UniqueFind = UniqueResource<HANDLE, close_search, -1>;
-using Text = ZeltaPtr<char>;
-
-Text allocate_text(uint64_t size) noexcept {
-    return Text(static_cast<char *>(ZELTA_mymalloc(size)));
-}
-
 Text lowered_copy(const char *text) noexcept {
     Text copy(zelta_strdup(text));
     if (copy) os.strlwr(copy.get());
     return copy;
 }
-
-bool is_empty(const char *text) noexcept { return !text || !*text; }
 
 bool file_exists(const char *path) noexcept { return os.access(path, 0) == 0; }
 

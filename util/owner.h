@@ -52,6 +52,7 @@ namespace detail {
 inline void close_handle(HANDLE h) noexcept { platform::os.CloseHandle(h); }
 inline void free_library(HMODULE m) noexcept { platform::os.FreeLibrary(m); }
 inline void close_key(HKEY k) noexcept { platform::os.RegCloseKey(k); }
+inline void find_close(HANDLE h) noexcept { platform::os.FindClose(h); }
 inline void zelta_free(void *p) noexcept { ZELTA_myfree(p); }
 }  // namespace detail
 
@@ -63,6 +64,8 @@ using UniqueHandle = UniqueResource<HANDLE, detail::close_handle, 0>;
 using UniqueModule = UniqueResource<HMODULE, detail::free_library, 0>;
 // An open registry key (never a predefined root).
 using UniqueKey = UniqueResource<HKEY, detail::close_key, 0>;
+// A FindFirstFileA search.
+using UniqueFind = UniqueResource<HANDLE, detail::find_close, -1>;
 
 // A block from ZELTA_mymalloc, typed for convenience.
 template <typename T>

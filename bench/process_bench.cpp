@@ -16,64 +16,12 @@
 #include <vector>
 
 #include "bench_util.h"
+#include "child/launch.h"
 #include "vxio/alloc.h"
 #include "vxio/process.h"
 #include "vxio/process_memory.h"
 
 namespace {
-
-struct Child {
-    PROCESS_INFORMATION info{};
-    HANDLE input = nullptr;  // closing it ends the child
-    uint64_t address = 0;
-    uint64_t size = 0;
-};
-
-bool start_child(Child &child) {
-    char self[MAX_PATH];
-    GetModuleFileNameA(nullptr, self, MAX_PATH);
-    std::string dir(self);
-    dir = dir.substr(0, dir.find_last_of('\\') + 1);
-    std::string command = "\"" + dir + "vxio_child.exe\" 65536";
-    SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-    HANDLE inRead, inWrite, outRead, outWrite;
-    if (!CreatePipe(&inRead, &inWrite, &inherit, 0) || !CreatePipe(&outRead, &outWrite, &inherit, 0))
-        return false;
-    SetHandleInformation(inWrite, HANDLE_FLAG_INHERIT, 0);
-    SetHandleInformation(outRead, HANDLE_FLAG_INHERIT, 0);
-    STARTUPINFOA startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = inRead;
-    startup.hStdOutput = outWrite;
-    startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
-    const BOOL started = CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr,
-                                        dir.c_str(), &startup, &child.info);
-    CloseHandle(inRead);
-    CloseHandle(outWrite);
-    child.input = inWrite;
-    if (!started) return false;
-    std::string line;
-    char c;
-    DWORD got = 0;
-    while (ReadFile(outRead, &c, 1, &got, nullptr) && got == 1 && c != '\n') line += c;
-    CloseHandle(outRead);
-    unsigned long pid = 0;
-    unsigned long long address = 0, size = 0;
-    if (std::sscanf(line.c_str(), "ready %lu %llx %llu", &pid, &address, &size) != 3) return false;
-    child.address = address;
-    child.size = size;
-    return true;
-}
-
-void stop_child(Child &child) {
-    if (child.input) CloseHandle(child.input);
-    if (child.info.hProcess) {
-        WaitForSingleObject(child.info.hProcess, 5000);
-        CloseHandle(child.info.hProcess);
-        CloseHandle(child.info.hThread);
-    }
-}
 
 int toolhelp_walk() {
     HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
@@ -121,10 +69,9 @@ int main() {
                         t / reference);
     }
 
-    Child child;
-    if (!start_child(child) || child.size != (64u << 20) || child.address >> 32) {
+    vxio::test::ChildProcess child(65536);
+    if (child.size != (64u << 20) || child.buffer >> 32) {
         std::fprintf(stderr, "process_bench: the child did not start as expected\n");
-        stop_child(child);
         return 1;
     }
     const DWORD pid = GetProcessId(child.info.hProcess);
@@ -134,7 +81,7 @@ int main() {
         [&] {
             void *buffer = nullptr;
             uint64_t count = 0;
-            ok &= VOXA_IO_ReadWin32ProcessModuleMemory(pid, static_cast<uint32_t>(child.address),
+            ok &= VOXA_IO_ReadWin32ProcessModuleMemory(pid, static_cast<uint32_t>(child.buffer),
                                                        static_cast<uint32_t>(child.size), &buffer,
                                                        &count) == 0 &&
                   count >= child.size;  // the region after the end is read as well
@@ -143,14 +90,13 @@ int main() {
         [&] {
             void *buffer = std::malloc(child.size);
             SIZE_T done = 0;
-            ok &= ReadProcessMemory(process, reinterpret_cast<void *>(child.address), buffer,
+            ok &= ReadProcessMemory(process, reinterpret_cast<void *>(child.buffer), buffer,
                                     child.size, &done) &&
                   done == child.size;
             std::free(buffer);
         },
         7);
     CloseHandle(process);
-    stop_child(child);
     if (!ok) {
         std::fprintf(stderr, "process_bench: a memory read failed\n");
         return 1;

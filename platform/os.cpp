@@ -90,6 +90,7 @@ const OsTable real_os = {
     ::CreateThread,
     ::WaitForSingleObjectEx,
     ::TerminateThread,
+    ::GetTickCount64,
     ::DuplicateHandle,
     ::GetCurrentProcessId,
     ::CreateToolhelp32Snapshot,

@@ -122,6 +122,7 @@ struct OsTable {
                                  DWORD, LPDWORD);
     DWORD(WINAPI *WaitForSingleObjectEx)(HANDLE, DWORD, BOOL);
     BOOL(WINAPI *TerminateThread)(HANDLE, DWORD);
+    ULONGLONG(WINAPI *GetTickCount64)();
     BOOL(WINAPI *DuplicateHandle)(HANDLE, HANDLE, HANDLE, LPHANDLE, DWORD, BOOL, DWORD);
     DWORD(WINAPI *GetCurrentProcessId)();
     HANDLE(WINAPI *CreateToolhelp32Snapshot)(DWORD, DWORD);

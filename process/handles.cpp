@@ -9,8 +9,10 @@
 // tool-help functions are loaded by name for each call and released on
 // every return path.
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "fs/native_path.h"
 #include "platform/library.h"
@@ -116,8 +118,82 @@ T read_at(const uint8_t *block, size_t offset) noexcept {
     return value;
 }
 
-DWORD WINAPI name_worker(LPVOID query) {
-    return static_cast<DWORD>(VOXA_IO_NativeAPIFilenameFromHandle(static_cast<FileHandleQuery *>(query)));
+// How far a naming worker has come. Killing a thread is safe only while it
+// waits inside the file-name query itself: before it (the loader attaching
+// the new thread, the entry-point lookup, the allocation) and after it (the
+// conversion) the thread may hold a process-wide lock (loader, heap,
+// locale) that would never be released, and every later call of the
+// process would hang on it.
+enum NamingStage : LONG { kStarting, kQuerying, kAnswered };
+
+// The worker's block. It is on the heap rather than the caller's stack:
+// should the worker outlive the wait (it could not be terminated, or the
+// wait itself failed), it must not write into a frame that is gone, so the
+// block is then left to it.
+struct NamingJob {
+    FileHandleQuery query;
+    std::atomic<LONG> stage;
+    std::atomic<ULONGLONG> queryStartedAt;  // tick count when the query began
+};
+
+// The file name of query->handle; a naming worker's job is told when the
+// query begins and ends, so that the worker is killed only inside it.
+int32_t file_name_of(FileHandleQuery *query, NamingJob *job) noexcept {
+    query->name[0] = '\0';
+    auto queryFile = ntdll_entry<QueryFileFn>("NtQueryInformationFile");
+    ZeltaPtr<uint8_t> info(static_cast<uint8_t *>(ZELTA_mymalloc(kFileNameBufferSize)));
+    if (!info) {
+        copy_text(query->name, sizeof query->name, "*");
+        return kNoMemory;
+    }
+    std::memset(info.get(), 0, kFileNameBufferSize);
+    struct {
+        void *status;
+        ULONG_PTR information;
+    } io{};
+    HANDLE file = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(query->handle));
+    if (job) {
+        job->queryStartedAt.store(os.GetTickCount64());
+        job->stage.store(kQuerying);
+    }
+    const bool named =
+        queryFile && queryFile(file, &io, info.get(), kFileNameBufferSize, kFileNameClass) == 0;
+    if (job) job->stage.store(kAnswered);
+    const ULONG length = read_at<ULONG>(info.get(), 0);
+    if (!named || length > kFileNameBufferSize - 4 ||
+        !to_ansi(reinterpret_cast<const wchar_t *>(info.get() + 4), length, query->name,
+                 sizeof query->name)) {
+        copy_text(query->name, sizeof query->name, "*");
+        return kOk;
+    }
+    fs::NormalizeNativePath(query->name);
+    return kOk;
+}
+
+DWORD WINAPI name_worker(LPVOID block) {
+    auto *job = static_cast<NamingJob *>(block);
+    return static_cast<DWORD>(file_name_of(&job->query, job));
+}
+
+// The worker is given 500 ms of query. A worker that has not reached its
+// query yet, or has left it, is slow (a loaded machine), not stuck on the
+// object: it is waited for in at most kSlowWorkerSlices more slices of
+// 500 ms before it is killed anyway. Answers WaitForSingleObjectEx's result.
+constexpr DWORD kNamingWait = 500;
+constexpr int kSlowWorkerSlices = 20;
+
+DWORD wait_for_worker(HANDLE worker, const NamingJob &job) noexcept {
+    DWORD wait = os.WaitForSingleObjectEx(worker, kNamingWait, FALSE);
+    for (int slice = 0; wait == WAIT_TIMEOUT && slice < kSlowWorkerSlices; ++slice) {
+        DWORD next = kNamingWait;
+        if (job.stage.load() == kQuerying) {
+            const ULONGLONG queried = os.GetTickCount64() - job.queryStartedAt.load();
+            if (queried >= kNamingWait) break;
+            next = static_cast<DWORD>(kNamingWait - queried);
+        }
+        wait = os.WaitForSingleObjectEx(worker, next, FALSE);
+    }
+    return wait;
 }
 
 // Object type names by the type index of the handle table. The table is
@@ -178,22 +254,20 @@ int32_t name_handle(HandleEntry &entry) noexcept {
         return kFailed;
     }
 
-    // The worker writes into a block of its own: should it outlive the
-    // wait (it could not be terminated, or the wait itself failed), it
-    // must not write into a stack frame that is gone, so the block is then
-    // left to it.
-    auto *query = static_cast<FileHandleQuery *>(ZELTA_mymalloc(sizeof(FileHandleQuery)));
-    if (!query) return kNoMemory;
-    std::memset(query, 0, sizeof *query);
-    query->handle = reinterpret_cast<uintptr_t>(duplicate.get());
+    auto *job = static_cast<NamingJob *>(ZELTA_mymalloc(sizeof(NamingJob)));
+    if (!job) return kNoMemory;
+    std::memset(&job->query, 0, sizeof job->query);
+    new (&job->stage) std::atomic<LONG>(kStarting);
+    new (&job->queryStartedAt) std::atomic<ULONGLONG>(0);
+    job->query.handle = reinterpret_cast<uintptr_t>(duplicate.get());
     bool finished = false;
     {
-        UniqueHandle worker(os.CreateThread(nullptr, 0, name_worker, query, 0, nullptr));
+        UniqueHandle worker(os.CreateThread(nullptr, 0, name_worker, job, 0, nullptr));
         if (!worker) {
-            ZELTA_myfree(query);
+            ZELTA_myfree(job);
             return name_from_object(duplicate.get(), entry);
         }
-        const DWORD wait = os.WaitForSingleObjectEx(worker.get(), 500, FALSE);
+        const DWORD wait = wait_for_worker(worker.get(), *job);
         if (wait == WAIT_FAILED) {
             copy_text(entry.objectName, sizeof entry.objectName,
                       "__OBJECT_UNSAFE_TO_ACCESS__COULD_NOT_WAIT_FOR_THREAD__");
@@ -211,8 +285,8 @@ int32_t name_handle(HandleEntry &entry) noexcept {
             finished = true;
         }
     }
-    FileHandleQuery answer = *query;
-    ZELTA_myfree(query);
+    FileHandleQuery answer = job->query;
+    ZELTA_myfree(job);
     if (!finished) return kWorkerKilled;
 
     // The worker's "*" (no file name) rules out only the file answer: a
@@ -463,30 +537,7 @@ extern "C" int32_t VOXA_IO_NativeAPIThreadInfoFromHandle(ThreadHandleQuery *quer
 
 extern "C" int32_t VOXA_IO_NativeAPIFilenameFromHandle(FileHandleQuery *query) noexcept {
     if (!query) return kBadArgument;
-    query->name[0] = '\0';
-    auto queryFile = ntdll_entry<QueryFileFn>("NtQueryInformationFile");
-    ZeltaPtr<uint8_t> info(static_cast<uint8_t *>(ZELTA_mymalloc(kFileNameBufferSize)));
-    if (!info) {
-        copy_text(query->name, sizeof query->name, "*");
-        return kNoMemory;
-    }
-    std::memset(info.get(), 0, kFileNameBufferSize);
-    struct {
-        void *status;
-        ULONG_PTR information;
-    } io{};
-    HANDLE file = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(query->handle));
-    const bool named =
-        queryFile && queryFile(file, &io, info.get(), kFileNameBufferSize, kFileNameClass) == 0;
-    const ULONG length = read_at<ULONG>(info.get(), 0);
-    if (!named || length > kFileNameBufferSize - 4 ||
-        !to_ansi(reinterpret_cast<const wchar_t *>(info.get() + 4), length, query->name,
-                 sizeof query->name)) {
-        copy_text(query->name, sizeof query->name, "*");
-        return kOk;
-    }
-    fs::NormalizeNativePath(query->name);
-    return kOk;
+    return file_name_of(query, nullptr);
 }
 
 extern "C" int32_t VOXA_IO_PSAPIProcessNameFromHandle(FileHandleQuery *query) noexcept {

@@ -20,6 +20,7 @@
 #include <tuple>
 #include <vector>
 
+#include "child/launch.h"
 #include "platform/os.h"
 #include "support/heap_ledger.h"
 #include "vxio/process.h"
@@ -34,50 +35,23 @@ std::string lower(std::string text) {
     return text;
 }
 
-// The child, started once for the program and ended when it closes our pipe.
+// The child, started once for the program and ended with it.
 struct Child {
     DWORD id = 0;
     std::string path, modulePath;  // as the lists report them
-    HANDLE process = nullptr, input = nullptr;
+    std::unique_ptr<vxio::test::ChildProcess> process;
 } child;
 
 class ChildEnvironment : public ::testing::Environment {
     void SetUp() override {
-        char self[MAX_PATH];
-        GetModuleFileNameA(nullptr, self, MAX_PATH);
-        const std::string dir(self, std::strrchr(self, '\\'));
-        child.path = lower(dir + "\\vxio_child.exe");
-        child.modulePath = lower(dir + "\\vxio_child_module.dll");
-        SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-        HANDLE inRead, outRead, outWrite;
-        ASSERT_TRUE(CreatePipe(&inRead, &child.input, &inherit, 0) && CreatePipe(&outRead, &outWrite, &inherit, 0));
-        SetHandleInformation(child.input, HANDLE_FLAG_INHERIT, 0);
-        SetHandleInformation(outRead, HANDLE_FLAG_INHERIT, 0);
-        STARTUPINFOA startup{};
-        startup.cb = sizeof startup;
-        startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = inRead;
-        startup.hStdOutput = startup.hStdError = outWrite;
-        PROCESS_INFORMATION info{};
-        std::string command = "\"" + dir + "\\vxio_child.exe\" 64";
-        ASSERT_TRUE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, dir.c_str(),
-                                   &startup, &info));
-        CloseHandle(info.hThread), CloseHandle(inRead), CloseHandle(outWrite);
-        child.process = info.hProcess;
-        std::string line;
-        char c;
-        DWORD got = 0;
-        while (line.size() < 200 && ReadFile(outRead, &c, 1, &got, nullptr) && got == 1 && c != '\n') line += c;
-        CloseHandle(outRead);
-        ASSERT_EQ(line.rfind("ready ", 0), 0u) << line;
-        child.id = std::strtoul(line.c_str() + 6, nullptr, 10);
-        ASSERT_EQ(child.id, info.dwProcessId);
+        child.path = lower(vxio::test::beside_program("vxio_child.exe"));
+        child.modulePath = lower(vxio::test::beside_program("vxio_child_module.dll"));
+        child.process = std::make_unique<vxio::test::ChildProcess>();
+        child.id = child.process->pid;
+        ASSERT_NE(child.id, 0u) << "the child did not start";
+        ASSERT_EQ(child.id, child.process->info.dwProcessId);
     }
-    void TearDown() override {
-        CloseHandle(child.input);
-        if (WaitForSingleObject(child.process, 5000) != WAIT_OBJECT_0) TerminateProcess(child.process, 1);
-        CloseHandle(child.process);
-    }
+    void TearDown() override { child.process.reset(); }
 };
 const auto *const environment = ::testing::AddGlobalTestEnvironment(new ChildEnvironment);
 

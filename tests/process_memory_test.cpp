@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "child/launch.h"
 #include "platform/os.h"
 #include "support/heap_ledger.h"
 #include "support/temp_dir.h"
@@ -35,13 +36,6 @@ std::string child_pattern(size_t n) {
     return bytes.replace(0, 17, "VXIO-CHILD-BUFFER");
 }
 
-std::string beside_test(const char *name) {
-    char self[MAX_PATH];
-    GetModuleFileNameA(nullptr, self, MAX_PATH);
-    std::string dir(self);
-    return dir.substr(0, dir.find_last_of('\\') + 1) + name;
-}
-
 std::string slurp(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), {});
@@ -53,47 +47,7 @@ bool ends_with_nocase(std::string text, std::string tail) {
     return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
 }
 
-// The child, started with its input and output on pipes; closing its input
-// ends it.
-struct Child {
-    PROCESS_INFORMATION info{};
-    HANDLE input = nullptr;
-    DWORD pid = 0;
-    uintptr_t buffer = 0;
-    size_t size = 0;
-
-    explicit Child(const std::vector<std::string> &files = {}) {
-        SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
-        HANDLE childIn, childOut, output;
-        CreatePipe(&childIn, &input, &inherit, 0);
-        CreatePipe(&output, &childOut, &inherit, 0);
-        SetHandleInformation(input, HANDLE_FLAG_INHERIT, 0);
-        SetHandleInformation(output, HANDLE_FLAG_INHERIT, 0);
-        STARTUPINFOA startup{};
-        startup.cb = sizeof startup;
-        startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdInput = childIn;
-        startup.hStdOutput = startup.hStdError = childOut;
-        std::string command = "\"" + beside_test("vxio_child.exe") + "\" 64";
-        for (const auto &f : files) command += " \"" + f + "\"";
-        const bool started = CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr,
-                                            nullptr, &startup, &info);
-        CloseHandle(childIn);
-        CloseHandle(childOut);
-        std::string line;
-        char c;
-        DWORD read;
-        while (started && ReadFile(output, &c, 1, &read, nullptr) && read == 1 && c != '\n') line += c;
-        CloseHandle(output);
-        std::istringstream(line).ignore(6) >> pid >> std::hex >> buffer >> std::dec >> size;
-    }
-    ~Child() {
-        CloseHandle(input);
-        WaitForSingleObject(info.hProcess, 10000);
-        CloseHandle(info.hThread);
-        CloseHandle(info.hProcess);
-    }
-};
+using Child = vxio::test::ChildProcess;
 
 // Handles the library opens (processes, duplicates, threads, files) must
 // all be closed again: GetProcessHandleCount is 0 under Wine,
@@ -219,8 +173,40 @@ TEST_F(ProcessMemory, ReadsReturnTheChildsBuffer) {
 
 // Each allocation of a call fails in turn: the call reports -5 (or, where
 // the lost block only costs a name, still 0) and leaves nothing behind.
+// The system's handle table as it stood once, reduced to one process's
+// entries and replayed for every later question: the live table changes
+// size as other processes open handles, and with it the number of
+// allocations a call makes.
+std::vector<uint8_t> replayed_handles;
+LONG NTAPI replay_handles(ULONG cls, PVOID buffer, ULONG size, PULONG) {
+    if (cls != 16) return static_cast<LONG>(0xC0000003);
+    if (size < replayed_handles.size()) return static_cast<LONG>(0xC0000004);
+    memcpy(buffer, replayed_handles.data(), replayed_handles.size());
+    return 0;
+}
+void record_handles_of(DWORD pid) {
+    auto query = reinterpret_cast<LONG(NTAPI *)(ULONG, PVOID, ULONG, PULONG)>(reinterpret_cast<void *>(
+        GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQuerySystemInformation")));
+    std::vector<uint8_t> table(1 << 16);
+    while (query(16, table.data(), ULONG(table.size()), nullptr) == LONG(0xC0000004)) table.resize(table.size() * 2);
+    replayed_handles.assign(8, 0);
+    ULONG kept = 0, count;
+    memcpy(&count, table.data(), 4);
+    for (ULONG i = 0; i < count; ++i) {
+        const uint8_t *entry = table.data() + 8 + 24 * i;
+        if (*reinterpret_cast<const USHORT *>(entry) != pid) continue;
+        replayed_handles.insert(replayed_handles.end(), entry, entry + 24);
+        ++kept;
+    }
+    memcpy(replayed_handles.data(), &kept, 4);
+}
+
 TEST_F(ProcessMemory, EveryAllocationFailureIsCleanedUp) {
     Child child;
+    record_handles_of(child.pid);
+    ASSERT_GT(replayed_handles.size(), 8u);
+    served = {{"NtQuerySystemInformation", as_farproc(&replay_handles)}};
+    SeamEntry<decltype(OsTable::GetProcAddress)> seam(&OsTable::GetProcAddress, serving_get_proc_address);
     const auto base = static_cast<uint32_t>(child.buffer);
     vxio::test::each_allocation_fails([&](HeapLedger &) {
         void *out = nullptr;
@@ -406,7 +392,7 @@ TEST_F(ProcessMemory, FromHandleQueriesNameTheChild) {
 TEST_F(ProcessMemory, HandleEnumerationFindsTheChildsFiles) {
     TempDir dir;
     const std::string a = dir.write("first-open.dat", ""), b = dir.write("second-open.dat", "");
-    Child child({a, b});
+    Child child(64, {a, b});
     DynArray *processes = VOXA_arrNew(), *out = VOXA_arrNew();
     auto *owner = static_cast<ProcessEntry *>(ZELTA_mymalloc(sizeof(ProcessEntry)));
     *owner = ProcessEntry{child.pid, 0, "child-name"};
@@ -459,7 +445,8 @@ struct Recorded {
     static inline HANDLE file;
     static inline HANDLE release;
     static inline void *lostBlock;
-    static inline bool hang, killFails;
+    static inline bool hang, killFails, slowStart;
+    static inline DWORD testThread;
     static inline DWORD waitAnswer;
     static inline HANDLE worker;
     static inline void *workerBlock;
@@ -472,6 +459,11 @@ struct Recorded {
     }
     static DWORD WINAPI wait(HANDLE h, DWORD ms, BOOL alertable) {
         return waitAnswer ? waitAnswer : real_os.WaitForSingleObjectEx(h, ms, alertable);
+    }
+    // The worker's first call: slowed down, it stands for a loaded machine.
+    static HMODULE WINAPI module_handle(LPCSTR name) {
+        if (slowStart && GetCurrentThreadId() != testThread) Sleep(900);
+        return real_os.GetModuleHandleA(name);
     }
     static BOOL WINAPI terminate(HANDLE h, DWORD code) {
         return killFails ? FALSE : real_os.TerminateThread(h, code);
@@ -514,17 +506,24 @@ TEST_F(ProcessMemory, NamingWorkerIsBoundedAndItsOutcomesMarked) {
     SeamEntry<decltype(OsTable::CreateThread)> threads(&OsTable::CreateThread, Recorded::create_thread);
     SeamEntry<decltype(OsTable::WaitForSingleObjectEx)> waits(&OsTable::WaitForSingleObjectEx, Recorded::wait);
     SeamEntry<decltype(OsTable::TerminateThread)> kills(&OsTable::TerminateThread, Recorded::terminate);
+    SeamEntry<decltype(OsTable::GetModuleHandleA)> modules(&OsTable::GetModuleHandleA, Recorded::module_handle);
+    Recorded::testThread = GetCurrentThreadId();
+    // A worker that is slow to reach its query is waited for: only a query
+    // that has run for 500 ms is given up on.
     struct {
-        bool hang;
+        bool hang, slowStart;
         DWORD wait;       // 0: the real wait
         bool killFails;
         const char *name;
-    } cases[] = {{false, 0, false, "c:\\data\\file.txt"},
-                 {true, 0, false, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__"},
-                 {false, WAIT_FAILED, false, "__OBJECT_UNSAFE_TO_ACCESS__COULD_NOT_WAIT_FOR_THREAD__"},
-                 {false, WAIT_TIMEOUT, true, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_NOT_TERMINATED__"}};
+    } cases[] = {{false, false, 0, false, "c:\\data\\file.txt"},
+                 {false, true, 0, false, "c:\\data\\file.txt"},
+                 {true, false, 0, false, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__"},
+                 {true, true, 0, false, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__"},
+                 {false, false, WAIT_FAILED, false, "__OBJECT_UNSAFE_TO_ACCESS__COULD_NOT_WAIT_FOR_THREAD__"},
+                 {false, false, WAIT_TIMEOUT, true, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_NOT_TERMINATED__"}};
     for (const auto &c : cases) {
         Recorded::hang = c.hang;
+        Recorded::slowStart = c.slowStart;
         Recorded::waitAnswer = c.wait;
         Recorded::killFails = c.killFails;
         Recorded::lostBlock = nullptr;
@@ -537,9 +536,8 @@ TEST_F(ProcessMemory, NamingWorkerIsBoundedAndItsOutcomesMarked) {
         EXPECT_STREQ(entry->objectName, c.name);
         EXPECT_STREQ(entry->typeName, "File");
         EXPECT_EQ(entry->handleValue, reinterpret_cast<uintptr_t>(Recorded::file));
-        if (c.hang) {
-            EXPECT_TRUE(ms >= 450 && ms < 3000) << ms << " ms";
-        }
+        const long long least = (c.slowStart ? 900 : 0) + (c.hang ? 450 : 0);
+        EXPECT_TRUE(ms >= least && ms < least + 2500) << ms << " ms";
         // A killed worker's buffer, and the query block of a worker left
         // running, are abandoned by design: collect them here.
         if (Recorded::lostBlock) ZELTA_myfree(Recorded::lostBlock);

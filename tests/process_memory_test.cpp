@@ -171,8 +171,6 @@ TEST_F(ProcessMemory, ReadsReturnTheChildsBuffer) {
     VirtualFree(pages, 0, MEM_RELEASE);
 }
 
-// Each allocation of a call fails in turn: the call reports -5 (or, where
-// the lost block only costs a name, still 0) and leaves nothing behind.
 // The system's handle table as it stood once, reduced to one process's
 // entries and replayed for every later question: the live table changes
 // size as other processes open handles, and with it the number of
@@ -201,6 +199,8 @@ void record_handles_of(DWORD pid) {
     memcpy(replayed_handles.data(), &kept, 4);
 }
 
+// Each allocation of a call fails in turn: the call reports -5 (or, where
+// the lost block only costs a name, still 0) and leaves nothing behind.
 TEST_F(ProcessMemory, EveryAllocationFailureIsCleanedUp) {
     Child child;
     record_handles_of(child.pid);

@@ -1,5 +1,6 @@
-// Path macros against the folders Wine reports, with their quirks; the
-// 64-bit test on served answers; ReplaceFirst and the path tests.
+// Path macros: the system locations they expand to (real and with the
+// system failing), the expansion quirks, the 64-bit test on served
+// answers, ReplaceFirst and the path tests.
 #include <gtest/gtest.h>
 
 #include <shlobj.h>
@@ -39,7 +40,34 @@ struct Macros : testing::Test {
     vxio::test::HeapLedger ledger;
 };
 
-TEST_F(Macros, ExpandTheSystemsOwnFolders) {
+// The system's answers, served. The failing ones leave text in the buffer,
+// so that a value taken from a failed call shows.
+UINT WINAPI failed_windows(LPSTR buffer, UINT) {
+    strcpy(buffer, "C:\\junk");
+    return 0;
+}
+UINT WINAPI cut_system(LPSTR buffer, UINT size) {  // too small: the length it would need
+    strcpy(buffer, "C:\\cut");
+    return size + 10;
+}
+UINT WINAPI windows_on_d(LPSTR buffer, UINT) {  // not a failure: another drive
+    strcpy(buffer, "D:\\Windows");
+    return 10;
+}
+LSTATUS WINAPI refused_key(HKEY, LPCSTR, DWORD, REGSAM, PHKEY) { return ERROR_ACCESS_DENIED; }
+HMODULE WINAPI no_library(LPCSTR) { return nullptr; }
+
+// The text expanded after InitSystemLocations with one seam entry served.
+template <typename Fn>
+std::string expand_served(Fn OsTable::*entry, Fn served, const char *text) {
+    SeamEntry<Fn> seam(entry, served);
+    EXPECT_EQ(InitSystemLocations(), 0);
+    return expand(text);
+}
+
+// The system locations against what the system itself answers, and the
+// expansion rules: lowered text, macros in any case, four passes.
+TEST_F(Macros, SystemLocationsAndExpansion) {
     char windows[MAX_PATH], system[MAX_PATH], programs[MAX_PATH];
     DWORD size = sizeof programs;
     ASSERT_GT(GetWindowsDirectoryA(windows, MAX_PATH), 2u);
@@ -68,21 +96,30 @@ TEST_F(Macros, ExpandTheSystemsOwnFolders) {
     for (const auto &[text, expanded] : cases) EXPECT_EQ(expand(text.c_str()), expanded) << text;
     EXPECT_EQ(expand(nullptr), "(null)");
     EXPECT_TRUE(IsDirectory(windows) && !IsDirectory((s + "\\kernel32.dll").c_str()));
+
+    // A value the system cannot give expands to nothing, never to what the
+    // failed call left behind, nor to the previous Open's value.
+    EXPECT_EQ(expand_served(&OsTable::GetWindowsDirectoryA, &failed_windows,
+                            "%windir%|%windrive%|%progdir%"), "||" + p);
+    EXPECT_EQ(expand_served(&OsTable::GetSystemDirectoryA, &cut_system, "%sysdir%|%windir%"),
+              "|" + w);
+    EXPECT_EQ(expand_served(&OsTable::LoadLibraryA, &no_library,
+                            "%curuserstartdir%|%alluserstartdir%"), "|");
+    // Without the registry's answer Program Files is built on the Windows
+    // drive (served as D:, since the registry names C:\Program Files too).
+    SeamEntry<decltype(OsTable::GetWindowsDirectoryA)> onD(&OsTable::GetWindowsDirectoryA,
+                                                           &windows_on_d);
+    EXPECT_EQ(expand_served(&OsTable::RegOpenKeyExA, &refused_key, "%progdir%|%windir%"),
+              "D:\\Program Files|D:\\Windows");
 }
 
-#define SERVE(entry, fn) SeamEntry<decltype(OsTable::entry)> serve_##entry(&OsTable::entry, fn)
-template <typename Fn>
-FARPROC as_proc(Fn fn) {
-    return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(fn));
-}
-
-// Served answers: entry points by name, the processor architecture.
-std::map<std::string, FARPROC> g_entries;
+// Served answers: IsWow64Process (or its absence), the processor
+// architecture.
+FARPROC g_isWow64 = nullptr;
 BOOL g_wow64Result = TRUE, g_wow64Answer = 0;
 WORD g_architecture = 0;
 FARPROC WINAPI served_entry(HMODULE, LPCSTR name) {
-    const auto found = g_entries.find(name);
-    return found == g_entries.end() ? nullptr : found->second;
+    return strcmp(name, "IsWow64Process") ? nullptr : g_isWow64;
 }
 BOOL WINAPI served_wow64(HANDLE, PBOOL wow64) { return *wow64 = g_wow64Answer, g_wow64Result; }
 void WINAPI served_info(SYSTEM_INFO *i) {
@@ -91,8 +128,8 @@ void WINAPI served_info(SYSTEM_INFO *i) {
 
 TEST_F(Macros, SixtyFourBitSystem) {
     EXPECT_TRUE(IsSixtyFourBitSystem()) << "Wine reports AMD64";
-    SERVE(GetSystemInfo, served_info);
-    SERVE(GetProcAddress, served_entry);
+    SeamEntry<decltype(OsTable::GetSystemInfo)> info(&OsTable::GetSystemInfo, served_info);
+    SeamEntry<decltype(OsTable::GetProcAddress)> entry(&OsTable::GetProcAddress, served_entry);
     const struct { WORD architecture; bool found; BOOL result, answer; bool expected; } cases[] = {
         {PROCESSOR_ARCHITECTURE_AMD64, false, 0, 0, true},
         {PROCESSOR_ARCHITECTURE_INTEL, false, 0, 0, false},    // no IsWow64Process
@@ -102,8 +139,8 @@ TEST_F(Macros, SixtyFourBitSystem) {
     };
     for (const auto &c : cases) {
         g_architecture = c.architecture, g_wow64Result = c.result, g_wow64Answer = c.answer;
-        g_entries.clear();
-        if (c.found) g_entries["IsWow64Process"] = as_proc(served_wow64);
+        void *isWow64 = c.found ? reinterpret_cast<void *>(served_wow64) : nullptr;
+        g_isWow64 = reinterpret_cast<FARPROC>(isWow64);
         EXPECT_EQ(IsSixtyFourBitSystem(), c.expected) << c.architecture << " " << c.answer;
     }
 }

@@ -81,13 +81,13 @@ DynArray *open_scan(std::string text) {
     return scan;
 }
 
-// Scans one definition over kKey + sub, cleans finding `index` `times`
+// Scans one definition over kKey + sub, cleans its first finding `times`
 // times and returns the last result.
-uint64_t clean(const std::string &sub, const char *rest, uint64_t index = 0, int times = 1) {
+uint64_t clean(const std::string &sub, const char *rest, int times = 1) {
     DynArray *scan = open_scan("1,x,0,HKCU," + kKey + sub + "," + rest + "\n");
     EXPECT_NE(scan, nullptr);
     uint64_t result = 12345;
-    for (int i = 0; scan && i < times; ++i) result = VOXA_IO_CleanStartupScan(scan, index);
+    for (int i = 0; scan && i < times; ++i) result = VOXA_IO_CleanStartupScan(scan, 0);
     VOXA_IO_CloseStartupScan(scan);
     return result;
 }
@@ -119,30 +119,30 @@ struct StartupRepair : ::testing::Test {
 TEST_F(StartupRepair, EachActionChangesOnlyItsPlace) {
     char windows[MAX_PATH];
     GetWindowsDirectoryA(windows, MAX_PATH);
-    struct Case { const char *sub, *rest; uint64_t index; int times; Dump edits; } cases[] = {
+    struct Case { const char *sub, *rest; int times; Dump edits; } cases[] = {
         // Emptied with its type kept; an empty value is left as it is (0).
-        {"\\run", "scansub_false,Evil,disinf_deletevalue,", 0, 2, {{"\\run|Evil", "2:"}}},
-        {"\\run", "scansub_value,,disinf_deletenamevalue,", 0, 2, {{"\\run|Bin", "-"}}},  // 0 again
-        {"\\tree", "scansub_key,Path,disinf_deletekey,", 0, 1, {{"\\tree\\evil", "-"}}},
-        {"\\bho", "scansub_key,Path,disinf_bho,", 0, 1, {{"\\bho\\{", "-"}, {"clsid", "-"}}},
-        {"\\bho2", "scansub_key,Path,disinf_deleteclsid,", 0, 1, {{"\\bho2\\plain", "-"}}},
+        {"\\run", "scansub_false,Evil,disinf_deletevalue,", 2, {{"\\run|Evil", "2:"}}},
+        {"\\run", "scansub_value,,disinf_deletenamevalue,", 2, {{"\\run|Bin", "-"}}},  // 0 again
+        {"\\tree", "scansub_key,Path,disinf_deletekey,", 1, {{"\\tree\\evil", "-"}}},
+        {"\\bho", "scansub_key,Path,disinf_bho,", 1, {{"\\bho\\{", "-"}, {"clsid", "-"}}},
+        {"\\bho2", "scansub_key,Path,disinf_deleteclsid,", 1, {{"\\bho2\\plain", "-"}}},
         // Rewritten with the old type, without a terminator: the system
         // adds one, as the byte after the text is zero.
-        {"\\run", "scansub_false,Evil,disinf_replacevalue,%windir%\\explorer.exe", 0, 1,
+        {"\\run", "scansub_false,Evil,disinf_replacevalue,%windir%\\explorer.exe", 1,
          {{"\\run|Evil", "2:" + std::string(windows) + "\\explorer.exe" + '\0'}}},
-        {"\\run", "scansub_false,Shell,disinf_replacevalue,", 0, 1,
+        {"\\run", "scansub_false,Shell,disinf_replacevalue,", 1,
          {{"\\run|Shell", std::string("1:explorer.exe ") + '\0'}}},
         // Not stored as its text and one terminator: the cut is refused
         // and the empty data written instead.
-        {"\\run", "scansub_false,Bin,disinf_replacevalue,", 0, 1, {{"\\run|Bin", "3:"}}},
-        {"\\run", "scansub_value,,disinf_binary,", 0, 1, {}},
-        {"\\run", "scansub_value,,disinf_deletefile,", 0, 1, {}},
+        {"\\run", "scansub_false,Bin,disinf_replacevalue,", 1, {{"\\run|Bin", "3:"}}},
+        {"\\run", "scansub_value,,disinf_binary,", 1, {}},
+        {"\\run", "scansub_value,,disinf_deletefile,", 1, {}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(std::string(c.sub) + "," + c.rest);
         SetUp();
         const Dump before = tree();
-        EXPECT_EQ(clean(c.sub, c.rest, c.index, c.times), 0u);
+        EXPECT_EQ(clean(c.sub, c.rest, c.times), 0u);
         EXPECT_EQ(tree(), edited(before, c.edits));
         TearDown();
     }
@@ -220,13 +220,13 @@ TEST_F(StartupRepair, KeyTreesThroughTheSeam) {
         EXPECT_EQ(tree(), edited(before, edits));
     }
     g_keyA = KeyA::Real;
-    EXPECT_EQ(clean("\\tree", deleteKey, 0, 2), 0u) << "a key gone from its view counts as deleted";
+    EXPECT_EQ(clean("\\tree", deleteKey, 2), 0u) << "a key gone from its view counts as deleted";
     SeamEntry<decltype(OsTable::GetSystemInfo)> x86(&OsTable::GetSystemInfo, &x86_system);
     SetUp();
     const Dump before = tree();
     // RegDeleteKeyA takes the tree apart; a second time the key is missing,
     // which without a view is a failure.
-    EXPECT_EQ(clean("\\tree", deleteKey, 0, 2), VXIO_STARTUP_FAILED);
+    EXPECT_EQ(clean("\\tree", deleteKey, 2), VXIO_STARTUP_FAILED);
     EXPECT_EQ(tree(), edited(before, {{"\\tree\\evil", "-"}}));
 }
 

@@ -21,6 +21,7 @@
 #include "acl/engine.h"
 #include "vxio/acl.h"
 
+namespace acl = vxio::acl;
 using vxio::platform::OsTable;
 using vxio::platform::SeamEntry;
 using vxio::test::HeapLedger;
@@ -28,23 +29,47 @@ using vxio::test::TempDir;
 
 namespace {
 
+const char kListDacl[] = "List>>sddl>>dacl>>No>>Yes>>None";
+
 bool exec(const std::string &command, char *text = nullptr, uint32_t size = 0) {
     return VOXA_ACLs_ExecCommand(command.c_str(), text, size) != 0;
 }
 
-// What the system itself reports for an object, as SDDL.
-std::string system_sddl(const std::string &name, SE_OBJECT_TYPE type, SECURITY_INFORMATION bits) {
-    PSECURITY_DESCRIPTOR sd = nullptr;
-    std::string object = name;
-    if (GetNamedSecurityInfoA(object.data(), type, bits, nullptr, nullptr, nullptr, nullptr, &sd) !=
-        ERROR_SUCCESS)
-        return "<no descriptor>";
+std::string text_of(PSECURITY_DESCRIPTOR sd, SECURITY_INFORMATION bits) {
     char *text = nullptr;
     ConvertSecurityDescriptorToStringSecurityDescriptorA(sd, SDDL_REVISION_1, bits, &text, nullptr);
     std::string out = text ? text : "<no text>";
     LocalFree(text);
+    return out;
+}
+
+// What the system itself reports for an object's DACL, as SDDL.
+std::string system_sddl(const std::string &name, SE_OBJECT_TYPE type) {
+    PSECURITY_DESCRIPTOR sd = nullptr;
+    std::string object = name;
+    if (GetNamedSecurityInfoA(object.data(), type, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr,
+                              nullptr, &sd) != ERROR_SUCCESS)
+        return "<no descriptor>";
+    std::string out = text_of(sd, DACL_SECURITY_INFORMATION);
     LocalFree(sd);
     return out;
+}
+
+std::string read_file(const std::string &path) {
+    std::string text;
+    HANDLE h = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    char buffer[4096];
+    DWORD done = 0;
+    while (h != INVALID_HANDLE_VALUE && ReadFile(h, buffer, sizeof buffer, &done, nullptr) && done)
+        text.append(buffer, done);
+    if (h != INVALID_HANDLE_VALUE) CloseHandle(h);
+    return text;
+}
+
+size_t count_of(const std::string &text, const std::string &what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
 }
 
 // ---------------------------------------------------------------------------
@@ -69,13 +94,9 @@ DWORD g_refusal = ERROR_ACCESS_DENIED;  // what a refusing writer answers
 // converters give back, and expectations go through the same function.
 std::string norm(const std::string &sddl) {
     PSECURITY_DESCRIPTOR sd = nullptr;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(sddl.c_str(), SDDL_REVISION_1, &sd,
-                                                              nullptr))
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(sddl.c_str(), SDDL_REVISION_1, &sd, nullptr))
         return "<bad sddl>";
-    char *text = nullptr;
-    ConvertSecurityDescriptorToStringSecurityDescriptorA(sd, SDDL_REVISION_1, 15, &text, nullptr);
-    std::string out = text ? text : "";
-    LocalFree(text);
+    std::string out = text_of(sd, 15);
     LocalFree(sd);
     return out;
 }
@@ -84,8 +105,8 @@ DWORD WINAPI store_get(LPSTR name, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID *,
                        PACL *, PSECURITY_DESCRIPTOR *sd) {
     auto found = g_store.find(name);
     if (found == g_store.end()) return ERROR_FILE_NOT_FOUND;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(found->second.c_str(), SDDL_REVISION_1,
-                                                              sd, nullptr))
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(found->second.c_str(), SDDL_REVISION_1, sd,
+                                                              nullptr))
         return GetLastError();
     return ERROR_SUCCESS;
 }
@@ -97,8 +118,7 @@ DWORD WINAPI store_set(LPSTR name, SE_OBJECT_TYPE, SECURITY_INFORMATION bits, PS
     ++g_sets;
     // Start from what is stored and replace the parts named by bits.
     PSECURITY_DESCRIPTOR old = nullptr;
-    ConvertStringSecurityDescriptorToSecurityDescriptorA(found->second.c_str(), SDDL_REVISION_1,
-                                                         &old, nullptr);
+    ConvertStringSecurityDescriptorToSecurityDescriptorA(found->second.c_str(), SDDL_REVISION_1, &old, nullptr);
     BOOL daclPresent = FALSE, saclPresent = FALSE, defaulted;
     PSID oldOwner = nullptr, oldGroup = nullptr;
     PACL oldDacl = nullptr, oldSacl = nullptr;
@@ -118,23 +138,15 @@ DWORD WINAPI store_set(LPSTR name, SE_OBJECT_TYPE, SECURITY_INFORMATION bits, PS
         SetSecurityDescriptorDacl(&sd, TRUE, (bits & DACL_SECURITY_INFORMATION) ? dacl : oldDacl, FALSE);
     if ((bits & SACL_SECURITY_INFORMATION) || saclPresent)
         SetSecurityDescriptorSacl(&sd, TRUE, (bits & SACL_SECURITY_INFORMATION) ? sacl : oldSacl, FALSE);
-    SECURITY_DESCRIPTOR_CONTROL keep = control & (SE_DACL_PROTECTED | SE_SACL_PROTECTED |
-                                                  SE_DACL_AUTO_INHERITED | SE_SACL_AUTO_INHERITED);
+    const SECURITY_DESCRIPTOR_CONTROL flags =
+        SE_DACL_PROTECTED | SE_SACL_PROTECTED | SE_DACL_AUTO_INHERITED | SE_SACL_AUTO_INHERITED;
+    SECURITY_DESCRIPTOR_CONTROL keep = control & flags;
     if (bits & PROTECTED_DACL_SECURITY_INFORMATION) keep |= SE_DACL_PROTECTED;
     if (bits & UNPROTECTED_DACL_SECURITY_INFORMATION) keep &= ~SE_DACL_PROTECTED;
     if (bits & PROTECTED_SACL_SECURITY_INFORMATION) keep |= SE_SACL_PROTECTED;
     if (bits & UNPROTECTED_SACL_SECURITY_INFORMATION) keep &= ~SE_SACL_PROTECTED;
-    SetSecurityDescriptorControl(&sd, SE_DACL_PROTECTED | SE_SACL_PROTECTED |
-                                          SE_DACL_AUTO_INHERITED | SE_SACL_AUTO_INHERITED,
-                                 keep);
-    char *text = nullptr;
-    ConvertSecurityDescriptorToStringSecurityDescriptorA(
-        &sd, SDDL_REVISION_1,
-        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION |
-            SACL_SECURITY_INFORMATION,
-        &text, nullptr);
-    found->second = text ? text : "";
-    LocalFree(text);
+    SetSecurityDescriptorControl(&sd, flags, keep);
+    found->second = text_of(&sd, 15);
     LocalFree(old);
     return ERROR_SUCCESS;
 }
@@ -174,51 +186,34 @@ TEST(AclEngine, CommandsWithoutAnObjectFailAndTouchNothing) {
     EXPECT_EQ(ledger.live(), 0u);
 }
 
-TEST(AclEngine, ListsARealFileAsTheSystemReportsIt) {
+TEST(AclEngine, ListsClearsAndRestoresARealFile) {
     TempDir dir;
     const std::string path = dir.write("listed.txt", "x");
-    const std::string prefix = "--objectName>>" + path + ">>--objectType>>file>>--action>>List>>";
+    const std::string object = "--objectName>>" + path + ">>--objectType>>file>>--action>>";
+    const std::string list = object + kListDacl;
     char text[8320] = "";
-    ASSERT_TRUE(exec(prefix + "sddl>>dacl>>No>>Yes>>None", text, sizeof text));
-    const std::string want = "\"" + path + "\",1,\"" +
-                             system_sddl(path, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION) +
-                             "\">>>";
-    EXPECT_EQ(std::string(text), want);
+    ASSERT_TRUE(exec(list, text, sizeof text));
+    const std::string before = system_sddl(path, SE_FILE_OBJECT);
+    EXPECT_EQ(std::string(text), "\"" + path + "\",1,\"" + before + "\">>>");
+    // Wine keeps no descriptor of its own: it writes a DACL into the Unix
+    // mode bits and builds the DACL it reports from them. Clearing and
+    // restoring must still give back what was listed.
+    ASSERT_TRUE(exec(object + "Clear>>dacl"));
+    ASSERT_TRUE(exec(object + "Restore>>FromVOXAStruct", text, uint32_t(strlen(text))));
+    EXPECT_EQ(system_sddl(path, SE_FILE_OBJECT), before);
 
     // A listing that does not fit is not returned, and the call succeeds.
     char small[8] = "";
-    EXPECT_TRUE(exec(prefix + "sddl>>dacl>>No>>Yes>>None", small, sizeof small));
+    EXPECT_TRUE(exec(list, small, sizeof small));
     EXPECT_STREQ(small, "");
     // A non-empty buffer is input only: never overwritten.
     char given[64] = "keep me";
-    EXPECT_TRUE(exec(prefix + "sddl>>dacl>>No>>Yes>>None", given, sizeof given));
+    EXPECT_TRUE(exec(list, given, sizeof given));
     EXPECT_STREQ(given, "keep me");
     // Listing a missing object fails, unless errors are ignored.
-    const std::string missing = "--objectName>>" + dir.file("none") +
-                                ">>--objectType>>file>>--action>>List>>sddl>>dacl>>No>>Yes>>None";
+    const std::string missing = "--objectName>>" + dir.file("none") + ">>--objectType>>file>>--action>>" + kListDacl;
     EXPECT_FALSE(exec(missing));
     EXPECT_TRUE(exec("--ignoreErrors>>" + missing));
-}
-
-TEST(AclEngine, ListsARegistryKeyAsTheSystemReportsIt) {
-    const std::string sub = "Software\\vxio-acl-test-" + std::to_string(GetCurrentProcessId());
-    HKEY key;
-    ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, sub.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
-                              nullptr, &key, nullptr),
-              ERROR_SUCCESS);
-    RegCloseKey(key);
-    const std::string name = "CURRENT_USER\\" + sub;
-    char text[8320] = "";
-    EXPECT_TRUE(exec("--objectName>>" + name +
-                         ">>--objectType>>registry>>--action>>List>>sddl>>dacl>>No>>Yes>>None",
-                     text, sizeof text));
-    EXPECT_EQ(std::string(text),
-              "\"" + name + "\",4,\"" +
-                  system_sddl(name, SE_REGISTRY_KEY, DACL_SECURITY_INFORMATION) + "\">>>");
-    // An unknown root word is refused.
-    EXPECT_FALSE(exec("--objectName>>NOWHERE\\x>>--objectType>>registry>>--action>>List>>sddl>>"
-                      "dacl>>No>>Yes>>None"));
-    RegDeleteKeyA(HKEY_CURRENT_USER, sub.c_str());
 }
 
 TEST(AclEngine, ListingWalksTreesAndWritesAFile) {
@@ -230,19 +225,11 @@ TEST(AclEngine, ListingWalksTreesAndWritesAFile) {
     dir.write(".profile", "p");
     dir.write(".cache\\c.txt", "c");
     const std::string out = dir.file("listing.txt");
-    const std::string command = "--objectName>>" + dir.path() +
-                                ">>--objectType>>file>>--recursion>>fileRecurse>>--filter>>LISTING"
-                                ">>--action>>List>>sddl>>dacl>>No>>Yes>>" + out;
     char text[8320] = "";
-    ASSERT_TRUE(exec(command, text, sizeof text));
-    std::string written;
-    HANDLE h = CreateFileA(out.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    ASSERT_NE(h, INVALID_HANDLE_VALUE);
-    char buffer[8192];
-    DWORD done = 0;
-    ReadFile(h, buffer, sizeof buffer, &done, nullptr);
-    CloseHandle(h);
-    written.assign(buffer, done);
+    ASSERT_TRUE(exec("--objectName>>" + dir.path() + ">>--objectType>>file>>--recursion>>fileRecurse>>"
+                     "--filter>>LISTING>>--action>>List>>sddl>>dacl>>No>>Yes>>" + out,
+                     text, sizeof text));
+    const std::string written = read_file(out);
     // Files at any depth, no directory, no dot-names, not the filtered
     // listing itself; each record ends in CR CR LF as listings always do.
     EXPECT_NE(written.find("a.txt\",1,"), std::string::npos) << written;
@@ -250,50 +237,38 @@ TEST(AclEngine, ListingWalksTreesAndWritesAFile) {
     EXPECT_EQ(written.find(".profile"), std::string::npos) << written;
     EXPECT_EQ(written.find("c.txt"), std::string::npos) << written;
     EXPECT_EQ(written.find("listing.txt"), std::string::npos) << written;
-    EXPECT_NE(written.find(">>>\r\r\n"), std::string::npos);
-    EXPECT_EQ(std::string(text).find("b.txt") != std::string::npos ||
-                  std::string(text).find("a.txt") != std::string::npos,
-              true)
+    EXPECT_EQ(count_of(written, ">>>\r\r\n"), 2u) << written;
+    const std::string last(text);
+    EXPECT_TRUE(last.find("b.txt") != std::string::npos || last.find("a.txt") != std::string::npos)
         << "the caller's buffer holds the last object's record";
 }
 
-std::string read_file(const std::string &path) {
-    std::string text;
-    HANDLE h = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    char buffer[4096];
-    DWORD done = 0;
-    while (h != INVALID_HANDLE_VALUE && ReadFile(h, buffer, sizeof buffer, &done, nullptr) && done)
-        text.append(buffer, done);
-    if (h != INVALID_HANDLE_VALUE) CloseHandle(h);
-    return text;
-}
-
-size_t count_of(const std::string &text, const std::string &what) {
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
-TEST(AclEngine, RegistryWalksListEveryKeyOfTheTree) {
-    const std::string sub = "Software\\vxio-acl-walk-" + std::to_string(GetCurrentProcessId());
+TEST(AclEngine, ListsRegistryKeysAndTheirTrees) {
+    const std::string sub = "Software\\vxio-acl-test-" + std::to_string(GetCurrentProcessId());
     for (const char *key : {"", "\\a", "\\a\\deep", "\\b"}) {
         HKEY h;
-        ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, (sub + key).c_str(), 0, nullptr, 0,
-                                  KEY_ALL_ACCESS, nullptr, &h, nullptr),
+        ASSERT_EQ(RegCreateKeyExA(HKEY_CURRENT_USER, (sub + key).c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                                  &h, nullptr),
                   ERROR_SUCCESS);
         RegCloseKey(h);
     }
+    const std::string name = "CURRENT_USER\\" + sub;
+    const std::string key = "--objectName>>" + name + ">>--objectType>>registry>>";
+    char text[8320] = "";
+    EXPECT_TRUE(exec(key + "--action>>" + kListDacl, text, sizeof text));
+    EXPECT_EQ(std::string(text), "\"" + name + "\",4,\"" + system_sddl(name, SE_REGISTRY_KEY) + "\">>>");
+    // An unknown root word is refused.
+    EXPECT_FALSE(exec("--objectName>>NOWHERE\\x>>--objectType>>registry>>--action>>" + std::string(kListDacl)));
+
     TempDir dir;
     const std::string out = dir.file("keys.txt");
-    const std::string list = "--objectName>>CURRENT_USER\\" + sub + ">>--objectType>>registry>>--recursion>>";
-    ASSERT_TRUE(exec(list + "regRecurse>>--action>>List>>sddl>>dacl>>No>>Yes>>" + out));
+    ASSERT_TRUE(exec(key + "--recursion>>regRecurse>>--action>>List>>sddl>>dacl>>No>>Yes>>" + out));
     EXPECT_EQ(count_of(read_file(out), ">>>\r\r\n"), 4u) << read_file(out);
-    ASSERT_TRUE(exec(list + "regNoRecurse>>--action>>List>>sddl>>dacl>>No>>Yes>>" + out));
+    ASSERT_TRUE(exec(key + "--recursion>>regNoRecurse>>--action>>List>>sddl>>dacl>>No>>Yes>>" + out));
     EXPECT_EQ(count_of(read_file(out), ">>>\r\r\n"), 1u);
-    EXPECT_FALSE(exec(list + "fileRecurse>>--action>>List>>sddl>>dacl>>No>>Yes>>None"))
+    EXPECT_FALSE(exec(key + "--recursion>>fileRecurse>>--action>>" + kListDacl))
         << "registry keys know no file recursion";
-    for (const char *key : {"\\a\\deep", "\\a", "\\b", ""})
-        RegDeleteKeyA(HKEY_CURRENT_USER, (sub + key).c_str());
+    for (const char *k : {"\\a\\deep", "\\a", "\\b", ""}) RegDeleteKeyA(HKEY_CURRENT_USER, (sub + k).c_str());
 }
 
 TEST(AclEngine, ResetPermissionsLeavesTheTreeItWalksAlone) {
@@ -306,8 +281,7 @@ TEST(AclEngine, ResetPermissionsLeavesTheTreeItWalksAlone) {
     dir.write("sub\\f.txt", "x");
     for (const std::string &path : {dir.path(), dir.file("sub"), dir.file("sub\\f.txt")})
         g_store[path] = norm("O:BAD:P(A;;FA;;;BU)");
-    ASSERT_TRUE(exec("--objectName>>" + dir.path() +
-                     ">>--objectType>>file>>--action>>ResetPermissions>>dacl"));
+    ASSERT_TRUE(exec("--objectName>>" + dir.path() + ">>--objectType>>file>>--action>>ResetPermissions>>dacl"));
     EXPECT_EQ(g_sets, 0);
 }
 
@@ -315,54 +289,47 @@ TEST(AclEngine, ListClearRestoreGivesBackAByteIdenticalDescriptor) {
     DescriptorStore store;
     const std::string original =
         norm("O:BAG:SYD:PAI(A;;FA;;;SY)(A;;0x1200a9;;;BU)(A;OICIID;FA;;;BA)S:(AU;SAFA;FA;;;WD)");
-    g_store["C:\\protected.bin"] = original;
+    std::string &stored = g_store["C:\\protected.bin"];
+    stored = original;
     const std::string object = "--objectName>>C:\\protected.bin>>--objectType>>file>>--action>>";
     char saved[8320] = "";
-    ASSERT_TRUE(exec(object + "List>>sddl>>dacl,sacl,owner,primary_group>>No>>Yes>>None", saved,
-                     sizeof saved));
+    ASSERT_TRUE(exec(object + "List>>sddl>>dacl,sacl,owner,primary_group>>No>>Yes>>None", saved, sizeof saved));
     EXPECT_EQ(std::string(saved), "\"C:\\protected.bin\",1,\"" + original + "\">>>");
 
     // "dacl+sacl" clears the explicit entries of the DACL only.
     ASSERT_TRUE(exec(object + "Clear>>dacl+sacl"));
-    EXPECT_EQ(g_store["C:\\protected.bin"],
-              norm("O:BAG:SYD:PAI(A;OICIID;FA;;;BA)S:(AU;SAFA;FA;;;WD)"));
+    const std::string cleared = norm("O:BAG:SYD:PAI(A;OICIID;FA;;;BA)S:(AU;SAFA;FA;;;WD)");
+    EXPECT_EQ(stored, cleared);
 
     // The caller's text is input only when its stated size leaves room in
     // the engine's 8320-character buffer: the full buffer is not taken.
-    const std::string cleared = g_store["C:\\protected.bin"];
     ASSERT_TRUE(exec(object + "Restore>>FromVOXAStruct", saved, sizeof saved));
-    EXPECT_EQ(g_store["C:\\protected.bin"], cleared);
+    EXPECT_EQ(stored, cleared);
     // As the file backend does it: the text with its length.
     ASSERT_TRUE(exec(object + "Restore>>FromVOXAStruct", saved, uint32_t(strlen(saved))));
-    EXPECT_EQ(g_store["C:\\protected.bin"], original);
+    EXPECT_EQ(stored, original);
 }
 
 TEST(AclEngine, OwnerGroupProtectionAndTrusteeRulesAreWritten) {
     DescriptorStore store;
-    g_store["C:\\f"] = "O:BAG:BAD:AI(A;;FA;;;BU)(A;;FR;;;WD)(A;ID;FA;;;SY)";
+    std::string &stored = g_store["C:\\f"];
+    stored = "O:BAG:BAD:AI(A;;FA;;;BU)(A;;FR;;;WD)(A;ID;FA;;;SY)";
     const std::string object = "--objectName>>C:\\f>>--objectType>>file>>--action>>";
-    ASSERT_TRUE(exec(object + "SetOwner>>S-1-5-18>>IsSID>>--action>>SetGroup>>S-1-5-32-545>>IsSID"));
-    EXPECT_EQ(g_store["C:\\f"], "O:SYG:BUD:AI(A;;FA;;;BU)(A;;FR;;;WD)(A;ID;FA;;;SY)");
-
-    ASSERT_TRUE(exec(object + "SetProtection>>daclProtectNoCopy>>saclNoChange"));
-    EXPECT_EQ(g_store["C:\\f"], "O:SYG:BUD:PAI(A;;FA;;;BU)(A;;FR;;;WD)");
-
-    ASSERT_TRUE(exec(object + "Trustee>>S-1-1-0>>IsSID>>S-1-5-32-544>>IsSID>>replaceTrustee>>dacl"));
-    EXPECT_EQ(g_store["C:\\f"], "O:SYG:BUD:PAI(A;;FA;;;BU)(A;;FR;;;BA)");
-    ASSERT_TRUE(exec(object + "Trustee>>S-1-5-32-545>>IsSID>>S-1-5-32-545>>IsSID>>removeTrustee>>dacl"));
-    EXPECT_EQ(g_store["C:\\f"], "O:SYG:BUD:PAI(A;;FR;;;BA)");
-
+    const struct { std::string action, after; } steps[] = {
+        {"SetOwner>>S-1-5-18>>IsSID>>--action>>SetGroup>>S-1-5-32-545>>IsSID",
+         "O:SYG:BUD:AI(A;;FA;;;BU)(A;;FR;;;WD)(A;ID;FA;;;SY)"},
+        {"SetProtection>>daclProtectNoCopy>>saclNoChange", "O:SYG:BUD:PAI(A;;FA;;;BU)(A;;FR;;;WD)"},
+        {"Trustee>>S-1-1-0>>IsSID>>S-1-5-32-544>>IsSID>>replaceTrustee>>dacl", "O:SYG:BUD:PAI(A;;FA;;;BU)(A;;FR;;;BA)"},
+        {"Trustee>>S-1-5-32-545>>IsSID>>S-1-5-32-545>>IsSID>>removeTrustee>>dacl", "O:SYG:BUD:PAI(A;;FR;;;BA)"},
+    };
+    for (const auto &s : steps) {
+        ASSERT_TRUE(exec(object + s.action)) << s.action;
+        EXPECT_EQ(stored, s.after) << s.action;
+    }
     // One audit request for both outcomes stands for two entries.
     ASSERT_TRUE(exec(object + "ACE>>S-1-1-0>>IsSID>>read>>sub-objects>>audit_success+audit_fail>>sacl"));
-    EXPECT_NE(g_store["C:\\f"].find("S:"), std::string::npos) << g_store["C:\\f"];
-    EXPECT_NE(g_store["C:\\f"].find(";WD)"), std::string::npos) << g_store["C:\\f"];
-    // Granting is not something an ACE action may do.
-    EXPECT_FALSE(exec(object + "ACE>>S-1-1-0>>IsSID>>read>>sub-objects>>grant>>dacl"));
-
-    // A string SID that does not parse is an unresolved trustee: nothing written.
-    const int sets = g_sets;
-    EXPECT_FALSE(exec(object + "SetOwner>>S-1-x>>IsSID"));
-    EXPECT_EQ(g_sets, sets);
+    EXPECT_NE(stored.find("S:"), std::string::npos) << stored;
+    EXPECT_NE(stored.find(";WD)"), std::string::npos) << stored;
 }
 
 TEST(AclEngine, AListingFileRestoresWhatItListed) {
@@ -374,27 +341,22 @@ TEST(AclEngine, AListingFileRestoresWhatItListed) {
     // out here.
     g_store["C:\\a"] = norm("O:BAG:SYD:P(A;;FA;;;SY)(A;;FR;;;BU)");
     g_store["C:\\b"] = norm("O:SYG:SYD:(A;;FA;;;BA)");
-    const std::string list = ">>--objectType>>file>>--action>>List>>sddl>>dacl,owner,primary_group>>No>>Yes>>";
     // Two listings into one file would replace it; list each into its own
     // and join them, as a user keeping records would.
     std::string joined;
     for (const char *name : {"C:\\a", "C:\\b"}) {
-        ASSERT_TRUE(exec(std::string("--objectName>>") + name + list + saved));
-        HANDLE h = CreateFileA(saved.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-        char buffer[4096];
-        DWORD done = 0;
-        ReadFile(h, buffer, sizeof buffer, &done, nullptr);
-        CloseHandle(h);
-        joined.append(buffer, done);
+        ASSERT_TRUE(exec(std::string("--objectName>>") + name +
+                         ">>--objectType>>file>>--action>>List>>sddl>>dacl,owner,primary_group>>No>>Yes>>" + saved));
+        joined += read_file(saved);
     }
     dir.write("saved.txt", joined);
     const std::map<std::string, std::string> before = g_store;
     g_store["C:\\a"] = norm("O:BUG:BUD:(A;;FA;;;WD)");
     g_store["C:\\b"] = norm("O:BUG:BUD:P(A;;FA;;;WD)");
-    ASSERT_TRUE(exec("--objectName>>C:\\a>>--objectType>>file>>--action>>Restore>>" + saved));
+    const std::string restore = "--objectName>>C:\\a>>--objectType>>file>>--action>>Restore>>";
+    ASSERT_TRUE(exec(restore + saved));
     EXPECT_EQ(g_store, before);
-    EXPECT_FALSE(exec("--objectName>>C:\\a>>--objectType>>file>>--action>>Restore>>" +
-                      dir.file("missing.txt")));
+    EXPECT_FALSE(exec(restore + dir.file("missing.txt")));
 }
 
 // The privileges the engine asks for, in order ("+Name" on, "-Name" off).
@@ -430,35 +392,9 @@ TEST(AclEngine, PrivilegesAreSwitchedOnForTheWorkAndOffAfterIt) {
 
     // A failed command switches them off all the same.
     g_privileges.clear();
-    EXPECT_FALSE(exec("--objectName>>C:\\none>>--objectType>>file>>--action>>List>>sddl>>dacl>>No>>Yes>>None"));
+    EXPECT_FALSE(exec("--objectName>>C:\\none>>--objectType>>file>>--action>>" + std::string(kListDacl)));
     ASSERT_GE(g_privileges.size(), 4u);
     EXPECT_EQ(g_privileges.back(), "-SeTakeOwnershipPrivilege");
-}
-
-TEST(AclEngine, ClearAndRestoreARealFile) {
-    // Wine keeps no descriptor of its own: it writes a DACL into the Unix
-    // mode bits and builds the DACL it reports from them. Clearing and
-    // restoring must still give back what was listed.
-    TempDir dir;
-    const std::string path = dir.write("real.txt", "x");
-    const std::string object = "--objectName>>" + path + ">>--objectType>>file>>--action>>";
-    char saved[8320] = "";
-    ASSERT_TRUE(exec(object + "List>>sddl>>dacl>>No>>Yes>>None", saved, sizeof saved));
-    const std::string before = system_sddl(path, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION);
-    ASSERT_TRUE(exec(object + "Clear>>dacl"));
-    ASSERT_TRUE(exec(object + "Restore>>FromVOXAStruct", saved, uint32_t(strlen(saved))));
-    EXPECT_EQ(system_sddl(path, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION), before);
-}
-
-TEST(AclEngine, MissingSystemEntryPointsAreAStatusNotACrash) {
-    DescriptorStore store;
-    g_store["C:\\f"] = "O:BAD:(A;;FA;;;BU)";
-    g_replaced["GetNamedSecurityInfoA"] = nullptr;
-    EXPECT_FALSE(exec("--objectName>>C:\\f>>--objectType>>file>>--action>>List>>sddl>>dacl>>No>>"
-                      "Yes>>None"));
-    g_replaced["DsGetDcNameA"] = nullptr;
-    EXPECT_FALSE(exec("--objectName>>C:\\f>>--objectType>>file>>--action>>SetOwner>>DOM\\user>>IsName"));
-    EXPECT_EQ(g_store["C:\\f"], "O:BAD:(A;;FA;;;BU)");
 }
 
 // ---------------------------------------------------------------------------
@@ -466,13 +402,9 @@ TEST(AclEngine, MissingSystemEntryPointsAreAStatusNotACrash) {
 
 namespace statuses {
 
-using vxio::acl::execute_command;
+uint32_t run(const std::string &command) { return acl::execute_command(command.c_str(), nullptr, 0); }
 
-uint32_t run(const std::string &command) { return execute_command(command.c_str(), nullptr, 0); }
-
-DWORD WINAPI refuse_set(LPSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID, PSID, PACL, PACL) {
-    return g_refusal;
-}
+DWORD WINAPI refuse_set(LPSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID, PSID, PACL, PACL) { return g_refusal; }
 BOOL WINAPI windows_9x(LPOSVERSIONINFOA info) {
     info->dwPlatformId = VER_PLATFORM_WIN32_WINDOWS;
     info->dwMajorVersion = 4;
@@ -490,76 +422,62 @@ TEST(AclEngineStatus, ParseAndRunFailuresCarryTheirNumbers) {
     g_store["\\\\host\\laser"] = norm("O:SYD:(A;;0x20008;;;WD)");
     g_store["\\\\host\\public"] = norm("O:BAD:(A;;0x1200a9;;;WD)");
     const std::string f = "--objectName>>C:\\f>>--objectType>>file>>--action>>";
-    const struct {
-        std::string command;
-        uint32_t status;
-    } cases[] = {
-        {"", vxio::acl::kNoObject},
-        {"--recursion>>fileRecurse>>--objectType>>file", vxio::acl::kNoObject},
-        {"--objectName>>spooler>>--objectType>>service>>--recursion>>regRecurse",
-         vxio::acl::kBadArgument},
-        {f + "List>>sddl>>dacl>>No>>Maybe>>None", vxio::acl::kListParameters},
-        {f + "ACE>>S-1-1-0>>IsSID>>read>>sub-objects>>grant>>dacl", vxio::acl::kBadArgument},
-        {f + "ACE>>S-1-1-0>>IsSID>>fly>>sub-objects>>audit_fail>>sacl",
-         vxio::acl::kUnknownPermission},
-        {f + "SetOwner>>S-1-nonsense>>IsSID", vxio::acl::kTrusteeUnresolved},
-        {f + "SetOwner>>nobody-here-at-all>>IsName", vxio::acl::kTrusteeUnresolved},
-        {"--objectName>>C:\\missing>>--objectType>>file>>--action>>List>>sddl>>dacl>>No>>Yes>>None",
-         vxio::acl::kNoDescriptor},
-        {f + "Restore>>C:\\no\\such\\records.txt", vxio::acl::kFileNotOpened},
-        {"--objectName>>\\\\computer>>--objectType>>registry>>--action>>List>>sddl>>dacl>>No>>Yes>>None",
-         vxio::acl::kRemoteKeyName},
-        {"--objectName>>C:\\no\\such\\dir>>--objectType>>file>>--recursion>>fileRecurse>>--action>>"
-         "List>>sddl>>dacl>>No>>Yes>>None",
-         vxio::acl::kDirectoryUnlistable},
-        {"--objectName>>spooler>>--objectType>>service>>--action>>List>>sddl>>dacl>>No>>Yes>>None",
-         vxio::acl::kOk},
-        {"--objectName>>\\\\host\\laser>>--objectType>>printer>>--action>>List>>csl>>dacl>>No>>Yes>>None",
-         vxio::acl::kOk},
-        {"--objectName>>\\\\host\\public>>--objectType>>share>>--action>>SetOwner>>S-1-5-18>>IsSID",
-         vxio::acl::kOk},
-        {"--objectName>>\\\\host\\public>>--objectType>>share>>--recursion>>dirRecurse",
-         vxio::acl::kBadArgument},
-        {f + "Domain>>CORP>>NEWCORP>>replaceDomain>>dacl", vxio::acl::kDomainLookup},
+    const std::string list = std::string(">>--action>>") + kListDacl;
+    const struct { std::string command; uint32_t status; } cases[] = {
+        {"", acl::kNoObject},
+        {"--recursion>>fileRecurse>>--objectType>>file", acl::kNoObject},
+        {"--objectName>>spooler>>--objectType>>service>>--recursion>>regRecurse", acl::kBadArgument},
+        {f + "List>>sddl>>dacl>>No>>Maybe>>None", acl::kListParameters},
+        {f + "ACE>>S-1-1-0>>IsSID>>read>>sub-objects>>grant>>dacl", acl::kBadArgument},
+        {f + "ACE>>S-1-1-0>>IsSID>>fly>>sub-objects>>audit_fail>>sacl", acl::kUnknownPermission},
+        {f + "SetOwner>>S-1-nonsense>>IsSID", acl::kTrusteeUnresolved},
+        {f + "SetOwner>>nobody-here-at-all>>IsName", acl::kTrusteeUnresolved},
+        {"--objectName>>C:\\missing>>--objectType>>file" + list, acl::kNoDescriptor},
+        {f + "Restore>>C:\\no\\such\\records.txt", acl::kFileNotOpened},
+        {"--objectName>>\\\\computer>>--objectType>>registry" + list, acl::kRemoteKeyName},
+        {"--objectName>>C:\\no\\such\\dir>>--objectType>>file>>--recursion>>fileRecurse" + list,
+         acl::kDirectoryUnlistable},
+        {"--objectName>>spooler>>--objectType>>service" + list, acl::kOk},
+        {"--objectName>>\\\\host\\public>>--objectType>>share>>--action>>SetOwner>>S-1-5-18>>IsSID", acl::kOk},
+        {"--objectName>>\\\\host\\public>>--objectType>>share>>--recursion>>dirRecurse", acl::kBadArgument},
+        {f + "Domain>>CORP>>NEWCORP>>replaceDomain>>dacl", acl::kDomainLookup},
     };
     g_replaced["DsGetDcNameA"] = as_proc(&no_domain);
     for (const auto &k : cases) EXPECT_EQ(run(k.command), k.status) << k.command;
-    EXPECT_EQ(execute_command(nullptr, nullptr, 0), vxio::acl::kBadArgument);
+    EXPECT_EQ(acl::execute_command(nullptr, nullptr, 0), acl::kBadArgument);
+    EXPECT_EQ(g_store["C:\\f"], norm("O:BAD:(A;;FA;;;BU)")) << "no failing command wrote";
     EXPECT_EQ(g_store["\\\\host\\public"], norm("O:SYD:(A;;0x1200a9;;;WD)")) << "the share's owner";
     char text[512] = "";
-    EXPECT_EQ(execute_command("--objectName>>\\\\host\\laser>>--objectType>>printer>>--action>>List>>"
-                              "csl>>dacl>>No>>Both>>None", text, sizeof text), vxio::acl::kOk);
+    EXPECT_EQ(acl::execute_command("--objectName>>\\\\host\\laser>>--objectType>>printer>>--action>>List>>"
+                                   "csl>>dacl>>No>>Both>>None", text, sizeof text), acl::kOk);
     EXPECT_EQ(std::string(text), "\"\\\\host\\laser\",3,\"DACL(not_protected):Everyone/allow/no_inheritance/print\"");
 }
 
+// Each row replays a system without the named entry point: a status, not
+// a crash, and nothing written.
 TEST(AclEngineStatus, MissingEntryPointsAndOldSystems) {
     DescriptorStore store;
     g_store["C:\\f"] = norm("O:BAD:(A;;FA;;;BU)");
     const std::string f = "--objectName>>C:\\f>>--objectType>>file>>--action>>";
-    const struct {
-        const char *hidden;
-        std::string command;
-        uint32_t status;
-    } cases[] = {
-        {"ConvertSecurityDescriptorToStringSecurityDescriptorA", f + "List>>sddl>>dacl>>No>>Yes>>None",
-         vxio::acl::kNoMemory},
-        {"SetNamedSecurityInfoA", f + "Clear>>dacl", vxio::acl::kLibraryMissing},
-        {"SetEntriesInAclA", f + "ACE>>S-1-1-0>>IsSID>>read>>sub-objects>>audit_fail>>sacl",
-         vxio::acl::kLibraryMissing},
-        {"ConvertStringSidToSidA", f + "SetOwner>>S-1-5-18>>IsSID", vxio::acl::kLibraryMissing},
-        {"DsGetDcNameA", f + "SetOwner>>CORP\\user>>IsName", vxio::acl::kLibraryMissing},
-        {"WNetOpenEnumA", "--objectName>>Z:\\x>>--objectType>>file>>--action>>Clear>>dacl",
-         vxio::acl::kLibraryMissing},
+    const struct { const char *hidden; std::string command; uint32_t status; } cases[] = {
+        {"GetNamedSecurityInfoA", f + kListDacl, acl::kNoMemory},
+        {"ConvertSecurityDescriptorToStringSecurityDescriptorA", f + kListDacl, acl::kNoMemory},
+        {"SetNamedSecurityInfoA", f + "Clear>>dacl", acl::kLibraryMissing},
+        {"SetEntriesInAclA", f + "ACE>>S-1-1-0>>IsSID>>read>>sub-objects>>audit_fail>>sacl", acl::kLibraryMissing},
+        {"ConvertStringSidToSidA", f + "SetOwner>>S-1-5-18>>IsSID", acl::kLibraryMissing},
+        {"DsGetDcNameA", f + "SetOwner>>CORP\\user>>IsName", acl::kLibraryMissing},
+        {"WNetOpenEnumA", "--objectName>>Z:\\x>>--objectType>>file>>--action>>Clear>>dacl", acl::kLibraryMissing},
     };
     for (const auto &k : cases) {
+        const FARPROC kept = g_replaced.count(k.hidden) ? g_replaced[k.hidden] : nullptr;
         g_replaced[k.hidden] = nullptr;
         EXPECT_EQ(run(k.command), k.status) << k.hidden;
-        g_replaced.erase(k.hidden);
+        if (kept) g_replaced[k.hidden] = kept; else g_replaced.erase(k.hidden);
     }
     EXPECT_EQ(g_store["C:\\f"], norm("O:BAD:(A;;FA;;;BU)")) << "nothing was written";
 
     SeamEntry version(&OsTable::GetVersionExA, &windows_9x);
-    EXPECT_EQ(run(f + "List>>sddl>>dacl>>No>>Yes>>None"), vxio::acl::kSystemTooOld);
+    EXPECT_EQ(run(f + kListDacl), acl::kSystemTooOld);
 }
 
 TEST(AclEngineStatus, RefusedWritesArePassedOverOnlyWhenAccessIsDenied) {
@@ -568,10 +486,10 @@ TEST(AclEngineStatus, RefusedWritesArePassedOverOnlyWhenAccessIsDenied) {
     g_replaced["SetNamedSecurityInfoA"] = as_proc(&refuse_set);
     const std::string clear = "--objectName>>C:\\f>>--objectType>>file>>--action>>Clear>>dacl";
     g_refusal = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(run(clear), vxio::acl::kOk);
+    EXPECT_EQ(run(clear), acl::kOk);
     g_refusal = ERROR_INVALID_PARAMETER;
-    EXPECT_EQ(run(clear), vxio::acl::kNoDescriptor);
-    EXPECT_EQ(run("--ignoreErrors>>" + clear), vxio::acl::kOk);
+    EXPECT_EQ(run(clear), acl::kNoDescriptor);
+    EXPECT_EQ(run("--ignoreErrors>>" + clear), acl::kOk);
 }
 
 // A domain as its controller would answer (Wine has none): every domain
@@ -601,8 +519,7 @@ BOOL WINAPI fake_account_of(LPCSTR system, PSID sid, LPSTR name, LPDWORD nameSiz
                             LPDWORD domainSize, PSID_NAME_USE use) {
     static PSID corp = sid_of("S-1-5-21-1-2-3-1001");
     if (!EqualSid(sid, corp))
-        return vxio::platform::real_os.LookupAccountSidA(system, sid, name, nameSize, domain,
-                                                        domainSize, use);
+        return vxio::platform::real_os.LookupAccountSidA(system, sid, name, nameSize, domain, domainSize, use);
     strcpy(name, "alice");
     strcpy(domain, "CORP");
     *nameSize = 5;
@@ -614,8 +531,7 @@ BOOL WINAPI fake_sid_of(LPCSTR system, LPCSTR account, PSID sid, LPDWORD sidSize
                         LPDWORD domainSize, PSID_NAME_USE use) {
     static PSID newcorp = sid_of("S-1-5-21-9-9-9-1001");
     if (!system || std::string(system) != "dc" || std::string(account) != "alice")
-        return vxio::platform::real_os.LookupAccountNameA(system, account, sid, sidSize, domain,
-                                                         domainSize, use);
+        return vxio::platform::real_os.LookupAccountNameA(system, account, sid, sidSize, domain, domainSize, use);
     const DWORD need = GetLengthSid(newcorp);
     if (!sid || *sidSize < need || *domainSize < 8) {
         *sidSize = need;
@@ -640,27 +556,23 @@ TEST(AclEngineStatus, DomainRulesRewriteTheEntriesOfTheirDomain) {
     SeamEntry bySid(&OsTable::LookupAccountSidA, &fake_account_of);
     const std::string start = norm("O:BAD:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FR;;;BU)");
     const std::string f = "--objectName>>C:\\f>>--objectType>>file>>--action>>Domain>>CORP>>NEWCORP>>";
-    const struct {
-        const char *mode;
-        std::string after;
-    } cases[] = {
+    const struct { const char *mode; std::string after; } cases[] = {
         {"replaceDomain", norm("O:BAD:(A;;FA;;;S-1-5-21-9-9-9-1001)(A;;FR;;;BU)")},
         {"copyDomain", norm("O:BAD:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FA;;;S-1-5-21-9-9-9-1001)(A;;FR;;;BU)")},
         {"removeDomain", norm("O:BAD:(A;;FR;;;BU)")},
     };
     for (const auto &k : cases) {
         g_store["C:\\f"] = start;
-        EXPECT_EQ(run(f + k.mode + ">>dacl"), vxio::acl::kOk) << k.mode;
+        EXPECT_EQ(run(f + k.mode + ">>dacl"), acl::kOk) << k.mode;
         EXPECT_EQ(g_store["C:\\f"], k.after) << k.mode;
         // Rules for the SACL leave the DACL alone.
         g_store["C:\\f"] = start;
-        EXPECT_EQ(run(f + k.mode + ">>sacl"), vxio::acl::kOk) << k.mode;
+        EXPECT_EQ(run(f + k.mode + ">>sacl"), acl::kOk) << k.mode;
         EXPECT_EQ(g_store["C:\\f"].find("S-1-5-21-9-9-9"), std::string::npos) << k.mode;
     }
     // An account name with a domain is looked up on that domain's controller.
     g_store["C:\\f"] = start;
-    EXPECT_EQ(run("--objectName>>C:\\f>>--objectType>>file>>--action>>SetOwner>>NEWCORP\\alice>>IsName"),
-              vxio::acl::kOk);
+    EXPECT_EQ(run("--objectName>>C:\\f>>--objectType>>file>>--action>>SetOwner>>NEWCORP\\alice>>IsName"), acl::kOk);
     EXPECT_EQ(g_store["C:\\f"].substr(0, 22), "O:S-1-5-21-9-9-9-1001D");
 }
 

@@ -37,10 +37,8 @@ TEST(PermissionWords, EveryWordOfEveryType) {
         {kTypeFile, "change", 0x1301BF}, {kTypeFile, "profile", 0x1701BF}, {kTypeFile, "full", 0x1F01FF},
         {kTypeFile, "traverse", 0x100020}, {kTypeFile, "list_dir", 0x100001}, {kTypeFile, "add_file", 0x100002},
         {kTypeFile, "add_subdir", 0x100004}, {kTypeFile, "del_child", 0x100040}, {kTypeFile, "delete", 0x110000},
-        // Shadowed by "read" and "write":
-        {kTypeFile, "read_ex", 0x120089}, {kTypeFile, "read_attr", 0x120089}, {kTypeFile, "read_ea", 0x120089},
-        {kTypeFile, "read_dacl", 0x120089}, {kTypeFile, "write_attr", 0x100116}, {kTypeFile, "write_ea", 0x100116},
-        {kTypeFile, "write_dacl", 0x100116}, {kTypeFile, "write_owner", 0x100116},
+        // Shadowed by "read" and "write" (as are read_ex, read_ea, write_attr, ...):
+        {kTypeFile, "read_attr", 0x120089}, {kTypeFile, "write_owner", 0x100116},
         // Case and longer words:
         {kTypeFile, "READ", 0x120089}, {kTypeFile, "readx", 0x120089}, {kTypeFile, "Full_Control", 0x1F01FF},
         {kTypeRegistry, "read", 0x20019}, {kTypeRegistry, "full", 0xF003F}, {kTypeRegistry, "query_val", 0x1},

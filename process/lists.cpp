@@ -587,6 +587,7 @@ int32_t query_system(NtQuerySystemInformationFn query, ULONG infoClass, ULONG st
                      ZeltaPtr<uint8_t> &buffer, ULONG &size) {
     size = step;
     for (uint32_t round = 0; round < kNativeRounds; ++round, size += step) {
+        buffer.reset();  // the smaller block goes before the larger one is asked for
         buffer.reset(static_cast<uint8_t *>(ZELTA_mymalloc(size)));
         if (!buffer) return kNoMemory;
         ULONG reported = 0;
@@ -652,6 +653,9 @@ bool opens(const char *path) {
 
 // windows + folder + name, lower case, when it fits and the file opens.
 bool find_in(char *out, const char *windows, const char *folder, const char *name) {
+    // Without the Windows directory the probe would look on the current
+    // drive's root, where a file of that name is not the system's.
+    if (!windows[0]) return false;
     const size_t a = std::strlen(windows), b = std::strlen(folder), c = std::strlen(name);
     if (a + b + c + 1 > kText) return false;
     char path[kText];

@@ -7,6 +7,7 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -101,8 +102,9 @@ FARPROC WINAPI store_lookup(HMODULE module, LPCSTR name) {
 
 struct DescriptorStore {
     SeamEntry<FARPROC(WINAPI *)(HMODULE, LPCSTR)> lookup{&OsTable::GetProcAddress, &store_lookup};
-    explicit DescriptorStore(const std::string &path) {
-        g_store = {{path, "D:(A;;FA;;;SY)(A;;0x1200a9;;;BU)"}};
+    explicit DescriptorStore(std::initializer_list<std::string> paths) {
+        g_store.clear();
+        for (const std::string &path : paths) g_store[path] = "D:(A;;FA;;;SY)(A;;0x1200a9;;;BU)";
         g_sets = 0;
     }
 };
@@ -134,6 +136,7 @@ TEST_F(FileBackend, WritesAndReadsBackEverySize) {
         EXPECT_EQ(VOXA_FILE_Read(o, 0, &back[0], static_cast<uint32_t>(n + 1)), 207u) << "short";
         EXPECT_EQ(VOXA_FILE_Write(o, 0, "x", 1), 207u) << "opened for reading only";
         EXPECT_EQ(VOXA_IO_Changed(o), 0);
+        EXPECT_EQ(VOXA_FILE_GetSize(o, nullptr), 207u);
         VOXA_FILE_Close(o);
     }
 }
@@ -175,21 +178,19 @@ TEST_F(FileBackend, CreateFlagAndMakeWriteable) {
     VOXA_FILE_Close(o);
 }
 
-TEST_F(FileBackend, FileHeldWithoutReadSharingFailsAndKeepsItsDescriptor) {
-    const std::string path = dir.write("held", "x");
-    DescriptorStore store(path);
-    const std::string before = listing(path, "dacl");
-    HANDLE held = CreateFileA(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+TEST_F(FileBackend, RefusedFileIsClearedOpenedAndRestoredButAHeldOneIsLeftAlone) {
+    const std::string path = dir.write("protected", "x"), heldPath = dir.write("held", "x");
+    DescriptorStore store{path, heldPath};
+    // A file held without read sharing is no descriptor problem: the open
+    // fails and no command may change its descriptor.
+    const std::string heldDacl = listing(heldPath, "dacl");
+    HANDLE held = CreateFileA(heldPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(held, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(VOXA_FILE_Open(path.c_str(), 1, 0, kCallerData, 16), nullptr);
+    EXPECT_EQ(VOXA_FILE_Open(heldPath.c_str(), 1, 0, kCallerData, 16), nullptr);
     CloseHandle(held);
-    EXPECT_EQ(g_sets, 0) << "no command may change the descriptor";
-    EXPECT_EQ(listing(path, "dacl"), before);
-}
+    EXPECT_EQ(g_sets, 0);
+    EXPECT_EQ(listing(heldPath, "dacl"), heldDacl);
 
-TEST_F(FileBackend, RefusedFileIsClearedOpenedAndRestoredAtClose) {
-    const std::string path = dir.write("protected", "x");
-    DescriptorStore store(path);
     const std::string dacl = listing(path, "dacl"), record = listing(path, "dacl,sacl");
     ASSERT_EQ(record.rfind("\"" + path + "\",1,\"", 0), 0u) << record;
     ASSERT_EQ(record.substr(record.size() - 4), "\">>>") << record;
@@ -208,7 +209,7 @@ TEST_F(FileBackend, RefusedFileIsClearedOpenedAndRestoredAtClose) {
     EXPECT_EQ(listing(path, "dacl"), dacl);
 }
 
-TEST_F(FileBackend, FileExistsReadsEveryNameKind) {
+TEST_F(FileBackend, FileExistsReadsEveryNameKindAndNullArgumentsAreRefused) {
     const std::string path = dir.write("here", "x"), missing = dir.file("gone");
     const std::wstring wide(path.begin(), path.end());
     std::string counted = std::string{char(path.size()), char(path.size() >> 8), 0, 0} + path;
@@ -221,6 +222,16 @@ TEST_F(FileBackend, FileExistsReadsEveryNameKind) {
         EXPECT_EQ(VOXA_FILE_FileSystemFileExists(nullptr, c.name, c.kind), c.status) << c.kind;
     const std::string tooLong(10240, 'a');
     EXPECT_EQ(VOXA_FILE_FileSystemFileExists(nullptr, tooLong.c_str(), 0), 50u);
+
+    EXPECT_EQ(VOXA_FILE_Open(nullptr, 0, 0, kCallerData, 16), nullptr);
+    EXPECT_EQ(VOXA_FILE_Open(path.c_str(), 0, 0, nullptr, 16), nullptr);
+    char b[1];
+    uint64_t size;
+    EXPECT_EQ(VOXA_FILE_Read(nullptr, 0, b, 1) + VOXA_FILE_Write(nullptr, 0, b, 1), 2 * 207u);
+    EXPECT_EQ(VOXA_FILE_GetSize(nullptr, &size) + VOXA_FILE_SetEnd(nullptr, 0), 2 * 207u);
+    EXPECT_EQ(VOXA_FILE_MakeWriteable(nullptr), 207u);
+    EXPECT_EQ(VOXA_FILE_PositionFile(nullptr, 0), 0);
+    VOXA_FILE_Close(nullptr);
 }
 
 TEST_F(FileBackend, SiblingTakesTheParentsUserPointerAndCallerData) {
@@ -271,23 +282,6 @@ TEST_F(FileBackend, DeleteAndRename) {
                                MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED,
                                MOVEFILE_REPLACE_EXISTING | MOVEFILE_DELAY_UNTIL_REBOOT}));
     }
-}
-
-TEST_F(FileBackend, NullArguments) {
-    const std::string path = dir.write("n", "x");
-    EXPECT_EQ(VOXA_FILE_Open(nullptr, 0, 0, kCallerData, 16), nullptr);
-    EXPECT_EQ(VOXA_FILE_Open(path.c_str(), 0, 0, nullptr, 16), nullptr);
-    char b[1];
-    uint64_t size;
-    EXPECT_EQ(VOXA_FILE_Read(nullptr, 0, b, 1) + VOXA_FILE_Write(nullptr, 0, b, 1), 2 * 207u);
-    EXPECT_EQ(VOXA_FILE_GetSize(nullptr, &size) + VOXA_FILE_SetEnd(nullptr, 0), 2 * 207u);
-    EXPECT_EQ(VOXA_FILE_MakeWriteable(nullptr), 207u);
-    EXPECT_EQ(VOXA_FILE_PositionFile(nullptr, 0), 0);
-    VOXA_FILE_Close(nullptr);
-    IoObject *o = VOXA_FILE_Open(path.c_str(), 0, 0, kCallerData, 16);
-    ASSERT_NE(o, nullptr);
-    EXPECT_EQ(VOXA_FILE_GetSize(o, nullptr), 207u);
-    VOXA_FILE_Close(o);
 }
 
 TEST_F(FileBackend, OpenRunningOutOfMemoryLeavesNothing) {

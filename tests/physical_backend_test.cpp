@@ -287,35 +287,10 @@ TEST_F(Physical, RefusedGeometryOrLayoutFailsOpenAndReleasesEverything) {
     EXPECT_EQ(error, kSentinel);
 }
 
-// Under Wine the account holds the debug privilege, so the raise succeeds;
-// on Windows without it the first two rows end in 999 like the third.
-TEST_F(Physical, AccessDeniedRaisesTheDebugPrivilegeAndDropsItAgain) {
-    const struct { const char *what; int denials; DWORD openError; bool hideAdvapi; uint32_t error;
-    } cases[] = {{"opens with the privilege", 1, ERROR_ACCESS_DENIED, false, kSentinel},
-                 {"still refused", 2, ERROR_ACCESS_DENIED, false, 999},
-                 {"no privilege to raise", 1, ERROR_ACCESS_DENIED, true, 999},
-                 {"not an access problem", 1, ERROR_FILE_NOT_FOUND, false, kSentinel}};
-    for (const auto &c : cases) {
-        fake = Fake{};
-        fake.denials = c.denials, fake.openError = c.openError, error = kSentinel;
-        auto load = c.hideAdvapi ? [](LPCSTR) -> HMODULE { return nullptr; } : LoadLibraryA;
-        SeamEntry<decltype(OsTable::LoadLibraryA)> hide(&OsTable::LoadLibraryA, load);
-        IoObject *object = open(128, 1);
-        EXPECT_EQ(object != nullptr, c.error == kSentinel && c.openError == ERROR_ACCESS_DENIED) << c.what;
-        EXPECT_EQ(error, c.error) << c.what;
-        HANDLE token = nullptr;
-        EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token)) << c.what;
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_TOKEN}) << c.what << ": impersonation dropped";
-        VOXA_PHYSICAL_Close(object);
-    }
-}
-
-// The token functions are served here: the first adjustment reports the
+// AdjustTokenPrivileges can be served here: the first adjustment reports the
 // privilege's previous state with another attribute bit set, the second
-// must write it back with only the enabled bit added. When the account
-// lacks the privilege the thread keeps impersonating itself afterwards:
-// only a successful raise is reverted.
-struct TokenFake { DWORD firstError = 0, writtenBack = 0, writtenLength = 0; int calls = 0; } token;
+// must write it back with only the enabled bit added.
+struct TokenFake { bool served = false; DWORD firstError = 0, writtenBack = 0; int calls = 0; } token;
 BOOL WINAPI adjust_token(HANDLE, BOOL, PTOKEN_PRIVILEGES state, DWORD, PTOKEN_PRIVILEGES previous,
                          PDWORD previousLength) {
     if (token.calls++ == 0) {
@@ -326,31 +301,52 @@ BOOL WINAPI adjust_token(HANDLE, BOOL, PTOKEN_PRIVILEGES state, DWORD, PTOKEN_PR
     token.writtenBack = state->Privileges[0].Attributes;
     return SetLastError(ERROR_SUCCESS), TRUE;
 }
+FARPROC WINAPI serve_adjust(HMODULE module, LPCSTR name) {
+    const bool byName = HIWORD(reinterpret_cast<uintptr_t>(name)) != 0;
+    if (token.served && byName && !std::strcmp(name, "AdjustTokenPrivileges"))
+        return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(adjust_token));
+    return GetProcAddress(module, name);
+}
 
-TEST_F(Physical, DebugPrivilegeIsWrittenBackWithItsOtherBitsOrLeftImpersonating) {
-    for (DWORD firstError : {DWORD{ERROR_SUCCESS}, DWORD{ERROR_NOT_ALL_ASSIGNED}}) {
-        SCOPED_TRACE(firstError);
-        fake = Fake{}, fake.denials = 1, token = TokenFake{}, token.firstError = firstError;
-        error = kSentinel;
-        SeamEntry<decltype(OsTable::GetProcAddress)> serve(
-            &OsTable::GetProcAddress, [](HMODULE module, LPCSTR name) -> FARPROC {
-                if (std::strcmp(name, "AdjustTokenPrivileges") == 0)
-                    return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(adjust_token));
-                return GetProcAddress(module, name);
-            });
+// Under Wine the account holds the debug privilege, so the real raise
+// succeeds; on Windows without it the first two rows end in 999 like the
+// third. When the account lacks the privilege (the served refusal) the
+// thread keeps impersonating itself afterwards: only a successful raise is
+// reverted.
+TEST_F(Physical, AccessDeniedRaisesTheDebugPrivilegeAndDropsItAgain) {
+    constexpr DWORD kReal = ~DWORD{0};  // the system's own token functions
+    const struct { const char *what; int denials; DWORD openError; bool hideAdvapi; DWORD served;
+                   uint32_t error;
+    } cases[] = {{"opens with the privilege", 1, ERROR_ACCESS_DENIED, false, kReal, kSentinel},
+                 {"still refused", 2, ERROR_ACCESS_DENIED, false, kReal, 999},
+                 {"no privilege to raise", 1, ERROR_ACCESS_DENIED, true, kReal, 999},
+                 {"not an access problem", 1, ERROR_FILE_NOT_FOUND, false, kReal, kSentinel},
+                 {"served raise", 1, ERROR_ACCESS_DENIED, false, ERROR_SUCCESS, kSentinel},
+                 {"served refusal", 1, ERROR_ACCESS_DENIED, false, ERROR_NOT_ALL_ASSIGNED, 999}};
+    SeamEntry<decltype(OsTable::GetProcAddress)> serve(&OsTable::GetProcAddress, serve_adjust);
+    for (const auto &c : cases) {
+        fake = Fake{};
+        fake.denials = c.denials, fake.openError = c.openError, error = kSentinel;
+        token = TokenFake{c.served != kReal, c.served};
+        auto load = c.hideAdvapi ? [](LPCSTR) -> HMODULE { return nullptr; } : LoadLibraryA;
+        SeamEntry<decltype(OsTable::LoadLibraryA)> hide(&OsTable::LoadLibraryA, load);
         IoObject *object = open(128, 1);
+        EXPECT_EQ(object != nullptr, c.error == kSentinel && c.openError == ERROR_ACCESS_DENIED) << c.what;
+        EXPECT_EQ(error, c.error) << c.what;
+        const bool refusedRaise = c.served == ERROR_NOT_ALL_ASSIGNED;
         HANDLE thread = nullptr;
         const bool impersonating = OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &thread);
-        if (impersonating) CloseHandle(thread), RevertToSelf();
-        if (firstError == ERROR_SUCCESS) {
-            EXPECT_NE(object, nullptr);
-            EXPECT_EQ(token.writtenBack, DWORD{SE_PRIVILEGE_ENABLED_BY_DEFAULT | SE_PRIVILEGE_ENABLED});
-            EXPECT_FALSE(impersonating);
+        if (impersonating) {
+            CloseHandle(thread);
+            RevertToSelf();
         } else {
-            EXPECT_EQ(object, nullptr);
-            EXPECT_EQ(error, 999u);
-            EXPECT_EQ(token.calls, 1) << "nothing written back after a refusal";
-            EXPECT_TRUE(impersonating) << "a failed raise is deliberately not reverted";
+            EXPECT_EQ(GetLastError(), DWORD{ERROR_NO_TOKEN}) << c.what;
+        }
+        EXPECT_EQ(impersonating, refusedRaise) << c.what << ": only a successful raise is reverted";
+        if (token.served) {
+            const DWORD restored = SE_PRIVILEGE_ENABLED_BY_DEFAULT | SE_PRIVILEGE_ENABLED;
+            EXPECT_EQ(token.calls, refusedRaise ? 1 : 2) << c.what << ": nothing written back after a refusal";
+            EXPECT_EQ(token.writtenBack, refusedRaise ? 0 : restored) << c.what;
         }
         VOXA_PHYSICAL_Close(object);
     }

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <vector>
+#include <string>
 
 #include "platform/os.h"
 #include "support/heap_ledger.h"
@@ -18,76 +18,54 @@ namespace {
 
 HANDLE WINAPI no_heap() { return nullptr; }
 
-// Records the heap calls a resize makes, failing the first n of them.
+// Records the heap calls a resize makes ('R' resize, 'C' compaction),
+// failing the first n resizes.
 struct ResizeScript {
-    static inline int reallocs = 0;
-    static inline int compactions = 0;
     static inline int failures_left = 0;
-    static inline std::vector<char> order;  // 'R' resize, 'C' compaction
+    static inline std::string order;
 
     static LPVOID WINAPI realloc(HANDLE heap, DWORD flags, LPVOID block, SIZE_T size) {
-        ++reallocs;
-        order.push_back('R');
-        if (failures_left > 0) {
-            --failures_left;
-            return nullptr;
-        }
+        order += 'R';
+        if (failures_left > 0) return --failures_left, nullptr;
         return vxio::platform::real_os.HeapReAlloc(heap, flags, block, size);
     }
-    static SIZE_T WINAPI compact(HANDLE, DWORD) {
-        ++compactions;
-        order.push_back('C');
-        return 0;
-    }
-    static void reset(int failures) {
-        reallocs = compactions = 0;
-        failures_left = failures;
-        order.clear();
-    }
+    static SIZE_T WINAPI compact(HANDLE, DWORD) { return order += 'C', 0; }
+    static void reset(int failures) { failures_left = failures, order.clear(); }
 };
 
-TEST(Alloc, BlocksComeFromTheProcessHeapAndAreFreedThere) {
+TEST(Alloc, BlocksComeFromTheProcessHeapAndResizesKeepContents) {
     HeapLedger ledger;
     void *block = ZELTA_mymalloc(100);
     ASSERT_NE(block, nullptr);
     EXPECT_GE(HeapSize(GetProcessHeap(), 0, block), 100u);
     EXPECT_EQ(ledger.live(), 1u);
     EXPECT_NE(ZELTA_myfree(block), 0);
-    EXPECT_EQ(ledger.live(), 0u);
-}
 
-TEST(Alloc, ReallocKeepsContentsAndAllocatesFromNull) {
-    HeapLedger ledger;
-    auto *block = static_cast<char *>(ZELTA_myrealloc(nullptr, 8, 12345));
-    ASSERT_NE(block, nullptr);
-    std::memcpy(block, "abcdefgh", 8);
-    block = static_cast<char *>(ZELTA_myrealloc(block, 1 << 20, 8));
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(std::memcmp(block, "abcdefgh", 8), 0);
-    ZELTA_myfree(block);
+    auto *text = static_cast<char *>(ZELTA_myrealloc(nullptr, 8, 12345));  // from null: new
+    ASSERT_NE(text, nullptr);
+    std::memcpy(text, "abcdefgh", 8);
+    text = static_cast<char *>(ZELTA_myrealloc(text, 1 << 20, 8));
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(std::memcmp(text, "abcdefgh", 8), 0);
+    EXPECT_NE(ZELTA_myfree(text), 0);
     EXPECT_EQ(ledger.live(), 0u);
 }
 
 TEST(Alloc, FailedResizeIsRetriedExactlyOnceAfterOneCompaction) {
-    struct Case {
-        int failures;
-        bool succeeds;
-        const char *order;
-    };
-    const Case cases[] = {
+    const struct { int failures; bool succeeds; const char *order; } cases[] = {
         {0, true, "R"},     // no retry needed
         {1, true, "RCR"},   // retry after compaction succeeds
         {2, false, "RCR"},  // second failure is final: no further attempt
     };
     SeamEntry r(&OsTable::HeapReAlloc, &ResizeScript::realloc);
     SeamEntry c(&OsTable::HeapCompact, &ResizeScript::compact);
-    for (const Case &k : cases) {
+    for (const auto &k : cases) {
         void *block = ZELTA_mymalloc(16);
         ASSERT_NE(block, nullptr);
         ResizeScript::reset(k.failures);
         void *moved = ZELTA_myrealloc(block, 64, 16);
         EXPECT_EQ(moved != nullptr, k.succeeds) << k.failures;
-        EXPECT_EQ(std::string(ResizeScript::order.begin(), ResizeScript::order.end()), k.order);
+        EXPECT_EQ(ResizeScript::order, k.order) << k.failures;
         // A failed resize leaves the old block valid and owned by the caller.
         ZELTA_myfree(moved ? moved : block);
 
@@ -96,7 +74,7 @@ TEST(Alloc, FailedResizeIsRetriedExactlyOnceAfterOneCompaction) {
         ResizeScript::reset(k.failures);
         moved = ZELTA_myreallocarray(block, 0, 8, 16);
         EXPECT_EQ(moved != nullptr, k.succeeds) << k.failures;
-        EXPECT_EQ(std::string(ResizeScript::order.begin(), ResizeScript::order.end()), k.order);
+        EXPECT_EQ(ResizeScript::order, k.order) << k.failures;
         ZELTA_myfree(moved ? moved : block);
     }
 }

@@ -30,11 +30,8 @@ TEST(DynArray, StartsEmptyAndGrowsBy16ThenDoubling) {
     EXPECT_EQ(a->count, 0u);
     EXPECT_EQ(a->items, nullptr);
 
-    const struct {
-        uint32_t adds;
-        uint32_t capacity;
-        int allocations;
-    } steps[] = {{1, 16, 1}, {16, 16, 1}, {17, 32, 2}, {32, 32, 2}, {33, 64, 3}, {65, 128, 4}};
+    const struct { uint32_t adds, capacity; int allocations; } steps[] = {
+        {1, 16, 1}, {16, 16, 1}, {17, 32, 2}, {32, 32, 2}, {33, 64, 3}, {65, 128, 4}};
     const int base = ledger.allocations();
     uint32_t added = 0;
     for (const auto &s : steps) {

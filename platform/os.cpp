@@ -87,6 +87,7 @@ const OsTable real_os = {
     ::VirtualQueryEx,
     ::TerminateProcess,
     ::SuspendThread,
+    ::ResumeThread,
     ::CreateThread,
     ::WaitForSingleObjectEx,
     ::TerminateThread,

@@ -118,6 +118,7 @@ struct OsTable {
     SIZE_T(WINAPI *VirtualQueryEx)(HANDLE, LPCVOID, PMEMORY_BASIC_INFORMATION, SIZE_T);
     BOOL(WINAPI *TerminateProcess)(HANDLE, UINT);
     DWORD(WINAPI *SuspendThread)(HANDLE);
+    DWORD(WINAPI *ResumeThread)(HANDLE);
     HANDLE(WINAPI *CreateThread)(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID,
                                  DWORD, LPDWORD);
     DWORD(WINAPI *WaitForSingleObjectEx)(HANDLE, DWORD, BOOL);

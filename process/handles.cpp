@@ -182,14 +182,23 @@ DWORD WINAPI name_worker(LPVOID block) {
 constexpr DWORD kNamingWait = 500;
 constexpr int kSlowWorkerSlices = 20;
 
+// A worker found overrunning its query is suspended and asked again: the
+// query may have returned between the look and the kill, and a worker
+// that has moved on is let go on. Answers WAIT_TIMEOUT with the worker
+// held (suspended where that could be done) when it is to be killed.
 DWORD wait_for_worker(HANDLE worker, const NamingJob &job) noexcept {
     DWORD wait = os.WaitForSingleObjectEx(worker, kNamingWait, FALSE);
     for (int slice = 0; wait == WAIT_TIMEOUT && slice < kSlowWorkerSlices; ++slice) {
         DWORD next = kNamingWait;
         if (job.stage.load() == kQuerying) {
             const ULONGLONG queried = os.GetTickCount64() - job.queryStartedAt.load();
-            if (queried >= kNamingWait) break;
-            next = static_cast<DWORD>(kNamingWait - queried);
+            if (queried >= kNamingWait) {
+                const bool held = os.SuspendThread(worker) != static_cast<DWORD>(-1);
+                if (!held || job.stage.load() == kQuerying) break;
+                os.ResumeThread(worker);
+            } else {
+                next = static_cast<DWORD>(kNamingWait - queried);
+            }
         }
         wait = os.WaitForSingleObjectEx(worker, next, FALSE);
     }
@@ -275,12 +284,17 @@ int32_t name_handle(HandleEntry &entry) noexcept {
         }
         if (wait == WAIT_TIMEOUT) {
             if (!os.TerminateThread(worker.get(), 0)) {
+                os.ResumeThread(worker.get());  // left to finish its query on its own
                 copy_text(entry.objectName, sizeof entry.objectName,
                           "__OBJECT_UNSAFE_TO_ACCESS__THREAD_NOT_TERMINATED__");
                 return kFailed;
             }
             copy_text(entry.objectName, sizeof entry.objectName,
                       "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__");
+            // Termination is only begun by the call: the block is freed
+            // once the worker is gone, and otherwise left to it.
+            if (os.WaitForSingleObjectEx(worker.get(), kNamingWait, FALSE) != WAIT_OBJECT_0)
+                return kWorkerKilled;
         } else {
             finished = true;
         }
@@ -289,10 +303,11 @@ int32_t name_handle(HandleEntry &entry) noexcept {
     ZELTA_myfree(job);
     if (!finished) return kWorkerKilled;
 
-    // The worker's "*" (no file name) rules out only the file answer: a
-    // process or thread handle never has a file name, and those objects
-    // are still described by their own queries.
-    if (starts_with(entry.typeName, "File") && answer.name[0] && answer.name[0] != '*') {
+    // The worker's "*" (no file name) sends every type, processes and
+    // threads too, to the object-name query: the engine reads the
+    // descriptions below only for handles whose file-name query answered.
+    if (answer.name[0] == '*') return name_from_object(duplicate.get(), entry);
+    if (starts_with(entry.typeName, "File") && answer.name[0]) {
         copy_text(entry.objectName, sizeof entry.objectName, answer.name);
         return kOk;
     }

@@ -392,7 +392,8 @@ int32_t read_private_memory(void **outBuffer, uint64_t *outCount, uint32_t proce
     }
 
     // First pass proves each gathered region readable and sizes the output
-    // by what was read; a region that cannot be read adds nothing.
+    // by the regions' sizes: a guard or execute-only region that cannot be
+    // read still counts, and its share stays uninitialised at the end.
     uint64_t total = 0;
     for (size_t i = 0; i < regions.size(); ++i) {
         if (!outside.get()[i]) continue;
@@ -401,7 +402,7 @@ int32_t read_private_memory(void **outBuffer, uint64_t *outCount, uint32_t proce
         ZeltaPtr<uint8_t> block = read_region(process.get(), regions[i], read, noMemory);
         if (noMemory) return kNoMemory;
         if (!block && !read_forgiven(regions[i].Protect)) return kFailed;
-        if (block) total += read;
+        total += regions[i].RegionSize;
     }
     ZeltaPtr<uint8_t> out(static_cast<uint8_t *>(ZELTA_mymalloc(total)));
     if (!out) return kNoMemory;

@@ -309,7 +309,10 @@ int32_t module_spans(uint32_t processId, DynArray *spans) noexcept {
         if (!span) return kNoMemory;
         span->base = reinterpret_cast<uintptr_t>(module.modBaseAddr);
         span->size = module.modBaseSize;
-        if (VOXA_arrAdd(spans, span.get())) span.release();
+        // A module left out of the list would have its regions gathered as
+        // private memory: a failed append fails the walk.
+        if (!VOXA_arrAdd(spans, span.get())) return kNoMemory;
+        span.release();
     } while (walker.next(snapshot.get(), &module));
     return kOk;
 }

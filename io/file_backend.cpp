@@ -8,9 +8,12 @@
 // the file, and no change of permissions would help, so it fails at once.
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <string_view>
 
-#include "io/name_descriptor.h"
+#include "acl/command.h"
 #include "io/handle_transfer.h"
+#include "io/name_descriptor.h"
 #include "io/object_common.h"
 #include "platform/os.h"
 #include "util/owner.h"
@@ -27,7 +30,7 @@ constexpr uint32_t kFlagCreate = 2u;
 // Commands carry a path, so they get a work buffer's worth of room.
 constexpr size_t kCommandSize = vxio::io::kWorkBufferSize;
 // The command engine's own limit for a listing or a restore text.
-constexpr uint32_t kSecurityTextSize = 8320;
+constexpr uint32_t kSecurityTextSize = vxio::acl::kDescriptorTextSize;
 
 // Three commands of the security-descriptor engine, each for one path:
 //   List: the DACL and SACL as one SDDL record, e.g.
@@ -62,9 +65,21 @@ DWORD disposition_for(uint32_t flags) {
     return (flags & kFlagCreate) ? CREATE_ALWAYS : OPEN_EXISTING;
 }
 
+// True when path can stand in a command as one whole object name. The
+// language splits at any run of '>', the listing record quotes the name
+// and ends it at the first '",', and the engine keeps names of at most
+// kMaxName characters: a path that breaks any of these would make a
+// command act on another object (or on none), so no command is issued for
+// it. No real file name holds '>' or '"'.
+bool commandable(const char *path) {
+    const size_t length = strnlen(path, vxio::acl::kMaxName + 1);
+    return length > 0 && length <= vxio::acl::kMaxName && !std::strpbrk(path, ">\"");
+}
+
 // Runs one of the commands above for path. A path too long for the
 // command buffer fails the command: a cut path would name another object.
 bool run_command(const char *format, const char *path, char *text, uint32_t textSize) {
+    if (!commandable(path)) return false;
     char command[kCommandSize];
     const int length = std::snprintf(command, sizeof command, format, path);
     if (length < 0 || static_cast<size_t>(length) >= sizeof command) return false;
@@ -72,6 +87,24 @@ bool run_command(const char *format, const char *path, char *text, uint32_t text
 }
 
 bool clear_dacl(const char *path) { return run_command(kClearCommand, path, nullptr, 0); }
+
+// True when listing is the whole record List makes for path:
+//   "C:\data\a.txt",1,"D:(A;;FA;;;WD)">>>
+// with the name as asked, a type, a non-empty SDDL text and the closing
+// '">>>'. A record cut short (the engine leaves out a text that does not
+// fit, or crowds out the ending) could not put the permissions back, so
+// the DACL is not cleared on the strength of it.
+bool complete_listing(const char *listing, const char *path) {
+    const std::string_view record(listing, strnlen(listing, kSecurityTextSize));
+    const std::string head = std::string("\"") + path + "\",";
+    constexpr std::string_view kEnd = "\">>>";
+    if (record.size() < head.size() + kEnd.size() || record.compare(0, head.size(), head) != 0 ||
+        record.substr(record.size() - kEnd.size()) != kEnd)
+        return false;
+    const std::string_view rest = record.substr(head.size(), record.size() - head.size() - kEnd.size());
+    const size_t typeEnd = rest.find(",\"");
+    return typeEnd != std::string_view::npos && typeEnd > 0 && typeEnd + 2 < rest.size();
+}
 
 // The open shared by VOXA_FILE_Open (a 16-byte block, no parent) and
 // VOXA_FILE_FileSystemOpen (a parent, no block).
@@ -85,12 +118,26 @@ IoObject *open_file(const char *name, uint32_t flags, uint64_t userPointer, cons
     // copied into a block of its own only when there is one to keep.
     char listing[kSecurityTextSize];
     listing[0] = '\0';
+    // Once the DACL is being cleared, every way out without an object puts
+    // the saved permissions back (after the handle is closed): a failed
+    // clearing, a file that still refuses to open, no memory for the
+    // object. The file is never left open to everyone with nothing to
+    // show for it.
+    struct PendingRestore {
+        const char *name = nullptr;
+        char *text = nullptr;
+        ~PendingRestore() {
+            if (name)
+                run_command(kRestoreCommand, name, text, static_cast<uint32_t>(std::strlen(text)));
+        }
+    } pendingRestore;
     vxio::UniqueFile file(open_path(name, access, disposition));
     if (!file) {
         if (os.GetLastError() == ERROR_SHARING_VIOLATION) return nullptr;
         if (!run_command(kListCommand, name, listing, sizeof listing)) return nullptr;
-        // From here on a failure leaves the file with its DACL cleared;
-        // the caller learns of it only through the null result.
+        listing[sizeof listing - 1] = '\0';
+        if (!complete_listing(listing, name)) return nullptr;
+        pendingRestore = {name, listing};
         if (!clear_dacl(name)) return nullptr;
         file.reset(open_path(name, access, disposition));
         if (!file) return nullptr;
@@ -105,6 +152,7 @@ IoObject *open_file(const char *name, uint32_t flags, uint64_t userPointer, cons
         saved.reset(vxio::zelta_strdup(listing));
         if (!saved) return nullptr;
     }
+    pendingRestore.name = nullptr;  // Close restores from the object's copy
 
     if (!userPointer && parent) userPointer = parent->userPointer;
     vxio::io::init_header(&object->header, VXIO_KIND_FILE, userPointer, nameCopy.release(),

@@ -39,17 +39,31 @@ uint64_t convert_name(const void *name, uint32_t kind, char *buffer) {
         uint16_t stated;
         std::memcpy(&stated, bytes, sizeof stated);
         if (uint32_t(stated) + 1 > kWorkBufferSize) return VXIO_IO_BAD_NAME;
-        // The text is copied up to its own terminator, within the buffer.
+        // The record holds its stated length of text and the terminator
+        // behind it; nothing past those bytes belongs to the name. A text
+        // with no terminator there is refused, never read on into
+        // whatever follows the record.
         const char *text = reinterpret_cast<const char *>(bytes + 4);
-        const size_t length = strnlen(text, kWorkBufferSize);
-        if (length >= kWorkBufferSize) return VXIO_IO_BAD_NAME;
+        const size_t length = strnlen(text, size_t(stated) + 1);
+        if (length > stated) return VXIO_IO_BAD_NAME;
         std::memcpy(buffer, text, length + 1);
         return VXIO_IO_OK;
     }
-    case VXIO_NAME_COUNTED_WIDE:
-        // The stated length is not checked against the buffer here; the
-        // conversion itself refuses a text that does not fit.
-        return from_wide(reinterpret_cast<const wchar_t *>(bytes + 4), buffer);
+    case VXIO_NAME_COUNTED_WIDE: {
+        // The stated length counts bytes of UTF-16 text, as the system's
+        // own counted strings do: the terminator must lie within the
+        // stated characters and the one behind them, for the same reason
+        // as above.
+        uint16_t stated;
+        std::memcpy(&stated, bytes, sizeof stated);
+        const size_t characters = stated / sizeof(wchar_t);
+        for (size_t i = 0; i <= characters; ++i) {
+            wchar_t ch;
+            std::memcpy(&ch, bytes + 4 + i * sizeof ch, sizeof ch);
+            if (ch == L'\0') return from_wide(reinterpret_cast<const wchar_t *>(bytes + 4), buffer);
+        }
+        return VXIO_IO_BAD_NAME;
+    }
     default:
         return VXIO_IO_BAD_NAME;
     }

@@ -4,7 +4,9 @@
 //   kind 1: a UTF-16 string, converted to the ANSI code page;
 //   kind 2: a counted record: 16-bit length, two bytes, 8-bit text from
 //           byte 4 (e.g. 05 00 00 00 'a' '.' 't' 'x' 't' 00);
-//   kind 3: the same head with UTF-16 text from byte 4.
+//   kind 3: the same head with UTF-16 text from byte 4, the length in
+//           bytes (e.g. 0A 00 00 00 'a' 0 '.' 0 't' 0 'x' 0 't' 0 0 0).
+// A counted text must end within its stated length and one terminator.
 #pragma once
 
 #include <cstdint>

@@ -59,14 +59,28 @@ HANDLE WINAPI refuse_once(LPCSTR p, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES sa, 
     return real_os.CreateFileA(p, a, s, sa, d, f, t);
 }
 
+// Opens g_standIn whatever path is asked (so that names no file system
+// takes can be opened), refusing the first g_refusals opens.
+std::string g_standIn;
+HANDLE WINAPI stand_in(LPCSTR, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES sa, DWORD d, DWORD f,
+                       HANDLE t) {
+    if (g_refusals > 0) {
+        --g_refusals;
+        SetLastError(ERROR_ACCESS_DENIED);
+        return INVALID_HANDLE_VALUE;
+    }
+    return real_os.CreateFileA(g_standIn.c_str(), a, s, sa, d, f, t);
+}
+
 // Wine derives a file's DACL from its mode bits and a cleared DACL reads
 // back unchanged, so descriptors are kept here as SDDL, behind the
 // system's named-security functions, where clearing and restoring show.
 std::map<std::string, std::string> g_store;
-int g_sets = 0;
+int g_gets = 0, g_sets = 0;
 
 DWORD WINAPI store_get(LPSTR name, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID *, PSID *, PACL *,
                        PACL *, PSECURITY_DESCRIPTOR *sd) {
+    ++g_gets;
     auto found = g_store.find(name);
     if (found == g_store.end()) return ERROR_FILE_NOT_FOUND;
     return ConvertStringSecurityDescriptorToSecurityDescriptorA(found->second.c_str(),
@@ -100,12 +114,14 @@ FARPROC WINAPI store_lookup(HMODULE module, LPCSTR name) {
     return real_os.GetProcAddress(module, name);
 }
 
+constexpr const char *kStoredDacl = "D:(A;;FA;;;SY)(A;;0x1200a9;;;BU)";
+
 struct DescriptorStore {
     SeamEntry<FARPROC(WINAPI *)(HMODULE, LPCSTR)> lookup{&OsTable::GetProcAddress, &store_lookup};
     explicit DescriptorStore(std::initializer_list<std::string> paths) {
         g_store.clear();
-        for (const std::string &path : paths) g_store[path] = "D:(A;;FA;;;SY)(A;;0x1200a9;;;BU)";
-        g_sets = 0;
+        for (const std::string &path : paths) g_store[path] = kStoredDacl;
+        g_gets = g_sets = 0;
     }
 };
 
@@ -209,17 +225,88 @@ TEST_F(FileBackend, RefusedFileIsClearedOpenedAndRestoredButAHeldOneIsLeftAlone)
     EXPECT_EQ(listing(path, "dacl"), dacl);
 }
 
+// Clearing is the one step that can lose a file's permissions, so it is
+// taken only with a listing that can put them back, and a refused file
+// that still cannot be opened gets them back at once. Each row's
+// descriptor is served by the store; "refusals" opens of the file fail.
+TEST_F(FileBackend, PermissionsAreClearedOnlyWithACompleteListingAndNeverLost) {
+    const std::string path = dir.write("guarded", "x");
+    std::string huge = "D:";  // an SDDL text longer than any listing holds
+    while (huge.size() < 9000) huge += "(A;;FA;;;S-1-5-21-1-2-3-1000)";
+    struct Row { const char *what; std::string stored; int refusals; int sets; } rows[] = {
+        {"SDDL left out of the record", huge, 1, 0},
+        {"empty descriptor", "", 1, 0},
+        {"still refused after clearing: cleared, then restored", kStoredDacl, 2, 2},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        DescriptorStore store{path};
+        g_store[path] = row.stored;
+        const std::string before = g_store[path];
+        SeamEntry create(&OsTable::CreateFileA, &refuse_once);
+        g_refused = path;
+        g_refusals = row.refusals;
+        EXPECT_EQ(VOXA_FILE_Open(path.c_str(), 1, 0, kCallerData, 16), nullptr);
+        EXPECT_EQ(g_refusals, 0);
+        EXPECT_EQ(g_sets, row.sets);
+        EXPECT_TRUE(g_store[path] == before) << "the descriptor changed";
+    }
+}
+
+// A name the command language would split, or whose listing record would
+// end early, must never reach a command: it could name another object.
+// Such names are opened through a stand-in file, since no file system
+// takes them.
+TEST_F(FileBackend, NamesACommandWouldSplitNeverReachOne) {
+    const std::string good = dir.write("good", "x");
+    g_standIn = dir.write("stand-in", "x");
+    IoObject *parent = VOXA_FILE_Open(good.c_str(), 0, 0, kCallerData, 16);
+    ASSERT_NE(parent, nullptr);
+    SeamEntry create(&OsTable::CreateFileA, &stand_in);
+    for (const std::string name : {good, dir.file("a>b"), dir.file("a>>b"), dir.file("a\",1,\"b")}) {
+        SCOPED_TRACE(name);
+        DescriptorStore store{good};
+        const bool commandable = name == good;
+        g_refusals = 1;
+        IoObject *o = VOXA_FILE_Open(name.c_str(), 1, 0, kCallerData, 16);
+        EXPECT_EQ(o != nullptr, commandable);
+        VOXA_FILE_Close(o);
+        g_refusals = 1;
+        o = VOXA_FILE_FileSystemOpen(parent, name.c_str(), 0, 1);
+        EXPECT_EQ(o != nullptr, commandable);
+        VOXA_FILE_Close(o);
+        g_refusals = 0;
+        o = VOXA_FILE_Open(name.c_str(), 0, 0, kCallerData, 16);
+        ASSERT_NE(o, nullptr);
+        g_refusals = 1;
+        EXPECT_EQ(VOXA_FILE_MakeWriteable(o), commandable ? 0u : 207u);
+        VOXA_FILE_Close(o);
+        EXPECT_EQ(g_gets > 0, commandable) << "listed";
+        EXPECT_EQ(g_sets > 0, commandable) << "cleared or restored";
+    }
+    VOXA_FILE_Close(parent);
+}
+
 TEST_F(FileBackend, FileExistsReadsEveryNameKindAndNullArgumentsAreRefused) {
     const std::string path = dir.write("here", "x"), missing = dir.file("gone");
     const std::wstring wide(path.begin(), path.end());
-    std::string counted = std::string{char(path.size()), char(path.size() >> 8), 0, 0} + path;
-    std::wstring countedWide = std::wstring(2, L'\0') + wide;
+    // Counted records: the stated length, two bytes, the text; the text
+    // must end within its stated length and one terminator.
+    auto counted = [&](size_t stated) {
+        return std::string{char(stated), char(stated >> 8), 0, 0} + path;
+    };
+    auto countedWide = [&](size_t stated) {
+        return std::wstring{wchar_t(stated), 0} + wide;
+    };
+    const std::string exact = counted(path.size()), cut = counted(path.size() - 1);
+    const std::wstring exactWide = countedWide(2 * wide.size()), cutWide = countedWide(2 * wide.size() - 2);
     struct Case { const void *name; uint32_t kind; uint64_t status; } cases[] = {
-        {path.c_str(), 0, 0}, {wide.c_str(), 1, 0}, {counted.c_str(), 2, 0},
-        {countedWide.c_str(), 3, 0}, {missing.c_str(), 0, 207}, {path.c_str(), 7, 50},
-        {nullptr, 1, 50}};
+        {path.c_str(), 0, 0}, {wide.c_str(), 1, 0}, {exact.c_str(), 2, 0}, {cut.c_str(), 2, 50},
+        {exactWide.c_str(), 3, 0}, {cutWide.c_str(), 3, 50}, {missing.c_str(), 0, 207},
+        {path.c_str(), 7, 50}, {nullptr, 1, 50}};
     for (const Case &c : cases)
-        EXPECT_EQ(VOXA_FILE_FileSystemFileExists(nullptr, c.name, c.kind), c.status) << c.kind;
+        EXPECT_EQ(VOXA_FILE_FileSystemFileExists(nullptr, c.name, c.kind), c.status)
+            << c.kind << " " << &c - cases;
     const std::string tooLong(10240, 'a');
     EXPECT_EQ(VOXA_FILE_FileSystemFileExists(nullptr, tooLong.c_str(), 0), 50u);
 

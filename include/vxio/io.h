@@ -250,7 +250,9 @@ VXIO_API uint64_t VOXA_HANDLE_FileSystemRename(IoObject *object, const void *old
 
 /* Name descriptors of the file-system operations (nameKind): 0 an 8-bit
  * string; 1 a UTF-16 string; 2 a counted record (16-bit length, two bytes,
- * then the 8-bit text from byte 4); 3 the same head with UTF-16 text. */
+ * then the 8-bit text from byte 4); 3 the same head with UTF-16 text, its
+ * length in bytes. A counted text must end (NUL) within its stated length
+ * and one terminator, else the status is 50. */
 #define VXIO_NAME_ANSI 0u
 #define VXIO_NAME_WIDE 1u
 #define VXIO_NAME_COUNTED_ANSI 2u
@@ -260,8 +262,11 @@ VXIO_API uint64_t VOXA_HANDLE_FileSystemRename(IoObject *object, const void *old
  * bit 1 create (replacing an existing file). A file that cannot be opened
  * for writing (for any reason but a sharing violation) gets its descriptor
  * saved as SDDL and its explicit DACL entries cleared; Close puts the
- * descriptor back. Statuses 0, 207, 200 (no work buffer), 50 (unreadable
- * name). */
+ * descriptor back. The DACL is cleared only after a complete listing was
+ * saved, and put back at once when the file still cannot be opened. A name
+ * holding '>' or '"', or longer than 259 characters, never reaches a
+ * descriptor command: such a file that cannot be opened stays unopened.
+ * Statuses 0, 207, 200 (no work buffer), 50 (unreadable name). */
 VXIO_API IoObject *VOXA_FILE_Open(const char *name, uint32_t flags, uint64_t userPointer,
                                   const void *callerData16, uint32_t callerDataLength) VXIO_NOEXCEPT;
 VXIO_API void VOXA_FILE_Close(IoObject *object) VXIO_NOEXCEPT;

@@ -30,17 +30,17 @@ namespace vxio::startup {
 namespace {
 
 constexpr REGSAM kKeyChange = 0x2001F;  // KEY_READ, KEY_SET_VALUE, KEY_CREATE_SUB_KEY
-constexpr DWORD kValueBufferSize = 1024;
 constexpr DWORD kSubkeyNameSize = 260;
 constexpr char kClassesKey[] = "SOFTWARE\\Classes\\CLSID";
+constexpr char kLinkValue[] = "SymbolicLinkValue";
 
 constexpr int kOk = 0;
 constexpr int kFailed = -1;
 constexpr int kNoMemory = -5;
 constexpr int kUnreadable = 1;  // the finding or its key could not be read
 
-// No registry nests deeper than 512 levels; a deeper walk can only be a
-// registry link leading back up the tree.
+// No registry nests deeper than 512 levels. The walk never enters a link,
+// so only a registry that changes under it could go deeper.
 constexpr int kMaxTreeDepth = 512;
 // Subkeys taken off one key; each round deletes one, so only a key that
 // keeps answering with new subkeys could reach it.
@@ -71,9 +71,9 @@ Text join_path(const char *parent, const char *name) noexcept {
 }
 
 bool open_key(HKEY root, const char *path, uint32_t view, UniqueKey &key,
-              LSTATUS *status = nullptr) noexcept {
+              LSTATUS *status = nullptr, DWORD options = 0) noexcept {
     HKEY opened = nullptr;
-    const LSTATUS result = os.RegOpenKeyExA(root, path, 0, view | kKeyChange, &opened);
+    const LSTATUS result = os.RegOpenKeyExA(root, path, options, view | kKeyChange, &opened);
     if (status) *status = result;
     if (result != ERROR_SUCCESS) return false;
     key.reset(opened);
@@ -99,16 +99,68 @@ LSTATUS delete_key_in_view(HKEY root, const char *path, uint32_t view) noexcept 
     return deleteKeyEx(root, path, view, 0);
 }
 
+// What a key path names, seen as itself: a registry link is opened as the
+// link (REG_OPTION_OPEN_LINK), never as the key it leads to, and is known
+// by its "SymbolicLinkValue" of type REG_LINK. A key that cannot be opened
+// or asked (other than one that is not there) is Unknown: nothing tells
+// whether deleting it would delete the key it leads to.
+enum class KeyKind { Missing, Key, Link, Unknown };
+
+KeyKind key_kind(HKEY root, const char *path, uint32_t view) noexcept {
+    HKEY opened = nullptr;
+    const LSTATUS status =
+        os.RegOpenKeyExA(root, path, REG_OPTION_OPEN_LINK, view | KEY_QUERY_VALUE, &opened);
+    if (status == ERROR_FILE_NOT_FOUND) return KeyKind::Missing;
+    if (status != ERROR_SUCCESS) return KeyKind::Unknown;
+    UniqueKey key(opened);
+    DWORD type = REG_NONE;
+    const LSTATUS query =
+        os.RegQueryValueExA(key.get(), kLinkValue, nullptr, &type, nullptr, nullptr);
+    if (query == ERROR_FILE_NOT_FOUND) return KeyKind::Key;
+    if (query != ERROR_SUCCESS) return KeyKind::Unknown;
+    return type == REG_LINK ? KeyKind::Link : KeyKind::Key;
+}
+
+// Deletes a link key itself (or any key without subkeys). The system's key
+// deletions open the path they are given, following a link, and delete the
+// key it leads to, which can lie anywhere in the registry; so the key is
+// opened as itself and deleted by its handle (NtDeleteKey, looked up at each use: ntdll is
+// always loaded). False when that cannot be done.
+bool delete_link(HKEY root, const char *path, uint32_t view) noexcept {
+    HKEY opened = nullptr;
+    if (os.RegOpenKeyExA(root, path, REG_OPTION_OPEN_LINK, view | DELETE, &opened) !=
+        ERROR_SUCCESS)
+        return false;
+    UniqueKey link(opened);
+    using DeleteKeyFn = LONG(WINAPI *)(HANDLE);
+    HMODULE ntdll = os.GetModuleHandleA("ntdll.dll");
+    const auto deleteKey = ntdll ? reinterpret_cast<DeleteKeyFn>(reinterpret_cast<void *>(
+                                       os.GetProcAddress(ntdll, "NtDeleteKey")))
+                                 : nullptr;
+    return deleteKey && deleteKey(link.get()) >= 0;
+}
+
 // Deletes a key with everything below it: the key alone if it can go,
 // else its subkeys one by one (always the first one left), then the key.
 // The first subkey that cannot be deleted ends the walk and the key stays,
 // with the rest of its tree. A key that is not there counts as deleted
 // only in a given view.
+//
+// A registry link, the tree's own key or one met inside it, is deleted as
+// the link and never entered: what it leads to lies outside the tree (a
+// link planted in an entry's key could otherwise have the repair delete
+// any key the engine's account may delete). Deleting the link, rather
+// than stopping, keeps a planted link from saving the entry's tree. A key
+// that cannot be told apart from a link (its values may not be read) is
+// deleted the same way: by its own handle, which removes exactly the key
+// named, link or not, and only when nothing lies below it.
 bool delete_key_tree(HKEY root, const char *path, uint32_t view, int depth) noexcept {
+    const KeyKind kind = key_kind(root, path, view);
+    if (kind == KeyKind::Link || kind == KeyKind::Unknown) return delete_link(root, path, view);
     if (delete_key_in_view(root, path, view) == ERROR_SUCCESS) return true;
     UniqueKey key;
     LSTATUS status = ERROR_SUCCESS;
-    if (!open_key(root, path, view, key, &status))
+    if (!open_key(root, path, view, key, &status, REG_OPTION_OPEN_LINK))
         return status == ERROR_FILE_NOT_FOUND && view != 0;
     char previous[kSubkeyNameSize] = "";
     for (int round = 0; depth < kMaxTreeDepth && round < kMaxSubkeysDeleted; ++round) {
@@ -129,21 +181,29 @@ bool delete_key_tree(HKEY root, const char *path, uint32_t view, int depth) noex
     return delete_key_in_view(root, path, view) == ERROR_SUCCESS;
 }
 
-// The old value with the first occurrence of removeText cut out, or an
-// unchanged copy when it does not occur. Null when the value was not
-// stored as exactly its text and one terminator (storedLength differs from
-// its length + 1), or when out of memory.
-Text remove_first(const char *removeText, const char *oldValue, DWORD storedLength) noexcept {
-    const char *found = std::strstr(oldValue, removeText);
+// The old value with the first occurrence of removeText cut out, or null
+// when the value was not stored as exactly its text and one terminator
+// (storedLength differs from its length + 1), or when out of memory; the
+// rest of the value keeps its own case. removeText, a finding's
+// lower-cased path, is looked for without regard to case: the value
+// usually names the file in the case it was written in. `found` says
+// whether it occurs at all.
+Text remove_first(const char *removeText, const char *oldValue, DWORD storedLength,
+                  bool &found) noexcept {
+    found = true;
+    Text lowered(zelta_strdup(oldValue));
+    if (!lowered) return lowered;
+    os.strlwr(lowered.get());  // lower-casing keeps the length
+    const char *at = std::strstr(lowered.get(), removeText);
+    found = at != nullptr;
     const size_t oldLength = std::strlen(oldValue);
-    if (!found) return Text(zelta_strdup(oldValue));
-    if (storedLength != oldLength + 1) return Text();
-    const size_t before = static_cast<size_t>(found - oldValue);
+    if (!found || storedLength != oldLength + 1) return Text();
+    const size_t before = static_cast<size_t>(at - lowered.get());
     const size_t cut = std::strlen(removeText);
     Text result = allocate_text(oldLength - cut + 1);
     if (!result) return result;
     std::memcpy(result.get(), oldValue, before);
-    std::memcpy(result.get() + before, found + cut, oldLength - before - cut + 1);
+    std::memcpy(result.get() + before, oldValue + before + cut, oldLength - before - cut + 1);
     return result;
 }
 
@@ -161,35 +221,32 @@ int set_text(HKEY key, const char *valueName, DWORD type, const char *text) noex
 // newText is written as it is (so an old value that was not stored with
 // exactly one terminator is emptied). A value that reports no data is left
 // alone (0). 0, -1 (not read or not written), -5 (out of memory).
+//
+// The old value is read whole (data beyond the bound of a whole read is
+// held as empty: it can still be emptied or replaced, and nothing is cut
+// out of it). A removeText that does not occur in the value gives -1 with
+// nothing written: the entry is still there, and the engine must not take
+// the repair for done.
 int rewrite_value(HKEY key, const char *valueName, const char *newText,
                   const char *removeText) noexcept {
-    // One byte beyond what the system is offered, for a terminator: the
-    // data need not end in one.
-    DWORD capacity = kValueBufferSize;
-    Text old = allocate_text(uint64_t{capacity} + 1);
-    if (!old) return kNoMemory;
-    DWORD type = 0, size = capacity;
-    LSTATUS status = os.RegQueryValueExA(key, valueName, nullptr, &type,
-                                         reinterpret_cast<BYTE *>(old.get()), &size);
-    if (size != capacity) {
-        if (size == 0) return kOk;
-        void *resized = ZELTA_myrealloc(old.get(), uint64_t{size} + 1, uint64_t{capacity} + 1);
-        if (!resized) return kNoMemory;
-        old.release();
-        old.reset(static_cast<char *>(resized));
-        capacity = size;
-        // A value that grows between the two queries fails here (234).
-        status = os.RegQueryValueExA(key, valueName, nullptr, &type,
-                                     reinterpret_cast<BYTE *>(old.get()), &size);
-    }
-    if (status != ERROR_SUCCESS) return kFailed;
-    old.get()[size < capacity ? size : capacity] = '\0';
+    DWORD type = 0;
+    RegistryBuffer old;
+    const RegistryRead read = read_whole(
+        [&](char *, DWORD *, BYTE *data, DWORD *length) {
+            return os.RegQueryValueExA(key, valueName, nullptr, &type, data, length);
+        },
+        old, nullptr);
+    if (read.noMemory) return kNoMemory;
+    if (read.status != ERROR_SUCCESS) return kFailed;
+    if (read.length == 0) return kOk;
 
     const char *given = newText ? newText : "";
     Text made;
     if (!*given) {
         if (is_empty(removeText)) return set_text(key, valueName, type, "");
-        made = remove_first(removeText, old.get(), size);
+        bool found = true;
+        made = remove_first(removeText, old.get(), read.length, found);
+        if (!found) return kFailed;
     } else {
         made = Text(ExpandPathMacros(given));
     }
@@ -245,7 +302,13 @@ int delete_class(const StartupFinding &f) noexcept {
     if (!open_finding_key(f, key)) return kUnreadable;
     Text name;
     if (read_field(f.name, name) != kOk || !name) return kUnreadable;
-    int result = os.RegDeleteKeyA(key.get(), name.get()) == ERROR_SUCCESS ? kOk : kFailed;
+    // The subkey is deleted as itself when it is a link (see
+    // delete_key_tree).
+    const KeyKind kind = key_kind(key.get(), name.get(), f.view);
+    const bool deleted = kind == KeyKind::Link || kind == KeyKind::Unknown
+                             ? delete_link(key.get(), name.get(), f.view)
+                             : os.RegDeleteKeyA(key.get(), name.get()) == ERROR_SUCCESS;
+    int result = deleted ? kOk : kFailed;
     if (is_class_id(name.get())) {
         Text path = join_path(kClassesKey, name.get());
         result = path && delete_key_tree(static_cast<HKEY>(f.root), path.get(), f.view, 0)

@@ -10,17 +10,19 @@
 //
 // Every text met (a value's data, a value or subkey name) is a command
 // text: a program path, perhaps with arguments, perhaps several of them.
-// It is lower-cased and cut into tokens twice, once at ";,/-" and line
-// feed, and, when it holds a space, once more at space ";," and line feed;
-// the second pass then decides whether the text yielded anything. In each
-// pass the whole text is tried as a path first, then every token. A token
-// is a path after macro expansion ("%sysdir%\x.exe"), or, when the engine
-// gave a list of names it knows (the modules of running processes), the
-// name of that list that the token matches. For example the value
-//   C:\Tools\Agent.exe /run
-// is cut at the "/" by the first pass and at the space by the second,
-// whose token c:\tools\agent.exe is a finding and whose result says that
-// the value named a program.
+// It is lower-cased and cut into tokens twice, once at ";,/-", double
+// quote and line feed, and, when it holds a space, once more at space
+// ";,", double quote and line feed; the second pass then decides whether
+// the text yielded anything. In each pass the whole text is tried as a
+// path first, then every token. A token is an absolute path after macro
+// expansion ("%sysdir%\x.exe") or a bare program name found where the
+// system looks for one, without trailing blanks, or, when the engine gave
+// a list of names it knows (the modules of running processes), the name of
+// that list that an absolute token matches. For example the value
+//   "C:\Tools\Agent.exe" /run
+// is cut at the quotes and the "/" by the first pass and at the quotes and
+// the space by the second, whose token c:\tools\agent.exe is a finding and
+// whose result says that the value named a program.
 //
 // Kept as the engine knows it:
 // - Nothing checks for duplicates: a plain path is both the whole text and
@@ -47,10 +49,12 @@ namespace {
 constexpr REGSAM kKeyRead = 0x20019;  // KEY_READ
 // Both views of a 64-bit system, in the order they are searched.
 constexpr REGSAM kViews[] = {KEY_WOW64_32KEY, KEY_WOW64_64KEY};
-constexpr DWORD kRegistryBufferSize = 1024;  // names and data
+constexpr DWORD kSubkeyNameSize = 1024;  // key names are at most 255 characters
 constexpr DWORD kPathBufferSize = 260;
-constexpr char kPrimarySeparators[] = ";,/-\n";
-constexpr char kSecondarySeparators[] = " ;,\n";
+// A double quote separates as the others do: the system starts
+// "C:\Program Files\a.exe" /s as that path, which the quotes would hide.
+constexpr char kPrimarySeparators[] = ";,/-\n\"";
+constexpr char kSecondarySeparators[] = " ;,\n\"";
 
 // A key that vanishes while its values are listed answers every index with
 // an error (ERROR_KEY_DELETED), never with "no more items": after this many
@@ -81,47 +85,78 @@ char *next_token(char *&cursor, const char *separators) noexcept {
     return token;
 }
 
-// A registry name or data buffer: `size` bytes are offered to the system
-// and one more is kept for a terminator, since data need not end in one (a
-// REG_SZ stored without it, REG_BINARY, REG_DWORD) and is then read as
-// text.
-class RegistryBuffer {
-public:
-    bool allocate(DWORD size) noexcept {
-        block_ = allocate_text(uint64_t{size} + 1);
-        size_ = block_ ? size : 0;
-        return static_cast<bool>(block_);
+// True for a path that names its file without the current directory: a
+// drive and its root ("c:\x.exe"), or a network or device name
+// ("\\server\share\x.exe"). The system takes "/" for "\" in both.
+bool is_absolute(const char *path) noexcept {
+    const int letter = static_cast<unsigned char>(path[0]) | 0x20;
+    if (letter >= 'a' && letter <= 'z' && path[1] == ':' && IsPathSeparator(path[2])) return true;
+    return IsPathSeparator(path[0]) && IsPathSeparator(path[1]);
+}
+
+// A program named without any folder or drive, by a file name with an
+// extension ("notepad.exe"). A word without a dot is an argument
+// ("netsvcs") or a program the system would start as the word + ".exe",
+// never a file of that very name; not looking such words up also keeps
+// the scan from asking two folders about every argument.
+bool is_bare_name(const char *text) noexcept {
+    return std::strchr(text, '.') && !std::strpbrk(text, "\\/:");
+}
+
+// Blanks at the end of a path are no part of the file's name: the system
+// drops trailing spaces when it opens a file, so "c:\a.exe " (a token cut
+// before "/s") is c:\a.exe, and a finding must name the file as the engine
+// will open it.
+void trim_trailing_blanks(char *text) noexcept {
+    size_t length = std::strlen(text);
+    while (length > 0 && (text[length - 1] == ' ' || text[length - 1] == '\t'))
+        text[--length] = '\0';
+}
+
+// The folders in which the system looks for a program named without one,
+// in its order.
+constexpr const char *kProgramFolders[] = {"%sysdir%\\", "%windir%\\"};
+
+// The existing file that a text (a whole command text or a token) names,
+// with its macros expanded and without trailing blanks; null when there is
+// none.
+//
+// Only an absolute path is tested: a relative one would be looked up in
+// the scanner's current directory, which has nothing to do with the place
+// the entry starts from ("/v" would name a file "v" lying there). A bare
+// program name is looked up where the system looks for it, the system
+// directory and then the Windows directory: that is the file the entry
+// starts, and the one a scan running as a service (whose current directory
+// is the system directory) has always met. Other relative texts
+// ("sub\x.exe", "c:x.exe") name nothing.
+Text existing_path(const char *text) noexcept {
+    Text path(ExpandPathMacros(text));
+    if (!path) path = Text(zelta_strdup(text));
+    if (!path) return path;
+    trim_trailing_blanks(path.get());
+    if (is_absolute(path.get())) return file_exists(path.get()) ? std::move(path) : Text();
+    if (!is_bare_name(path.get())) return Text();
+    const size_t nameLength = std::strlen(path.get());
+    for (const char *folder : kProgramFolders) {
+        const size_t folderLength = std::strlen(folder);
+        Text joined = allocate_text(folderLength + nameLength + 1);
+        if (!joined) return joined;
+        std::memcpy(joined.get(), folder, folderLength);
+        std::memcpy(joined.get() + folderLength, path.get(), nameLength + 1);
+        // An unknown folder expands to nothing, leaving "\name": not absolute.
+        Text found(ExpandPathMacros(joined.get()));
+        if (found && is_absolute(found.get()) && file_exists(found.get())) return found;
     }
-    char *get() const noexcept { return block_.get(); }
-    BYTE *bytes() const noexcept { return reinterpret_cast<BYTE *>(block_.get()); }
-    DWORD size() const noexcept { return size_; }
-    // Ends the text after the length bytes the system wrote.
-    void terminate(DWORD length) noexcept { block_.get()[length < size_ ? length : size_] = '\0'; }
+    return Text();
+}
 
-private:
-    Text block_;
-    DWORD size_ = 0;
-};
-
-struct QueryResult {
-    LSTATUS status;
-    bool noMemory;  // a buffer could not be had (status says which query)
-};
-
-// Reads one value (null name: the key's default value) into a new buffer
-// of 1024 bytes, grown once to the size the system asks for. A value that
-// grows again between the two queries fails with ERROR_MORE_DATA.
-QueryResult query_value(HKEY key, const char *name, RegistryBuffer &buffer) noexcept {
-    if (!buffer.allocate(kRegistryBufferSize)) return {ERROR_NOT_ENOUGH_MEMORY, true};
-    DWORD length = buffer.size();
-    LSTATUS status = os.RegQueryValueExA(key, name, nullptr, nullptr, buffer.bytes(), &length);
-    if (status == ERROR_MORE_DATA) {
-        if (!buffer.allocate(length)) return {ERROR_MORE_DATA, true};
-        length = buffer.size();
-        status = os.RegQueryValueExA(key, name, nullptr, nullptr, buffer.bytes(), &length);
-    }
-    if (status == ERROR_SUCCESS) buffer.terminate(length);
-    return {status, false};
+// Reads one value (null name: the key's default value) whole.
+RegistryRead query_value(HKEY key, const char *name, RegistryBuffer &buffer) noexcept {
+    return read_whole(
+        [&](char *, DWORD *, BYTE *data, DWORD *length) {
+            return os.RegQueryValueExA(key, name, nullptr, nullptr, data, length);
+        },
+        buffer, nullptr);
 }
 
 // One Open: the engine's name list, the findings so far, and the
@@ -214,29 +249,27 @@ Text match_name(const char *token, const DynArray &names) noexcept {
 }
 
 // One cut of a command text: the whole text as a path, then each token.
-// True when a finding was added.
+// True when a finding was added. Only an absolute token is matched against
+// the name list: the system would look a relative one up in the current
+// directory.
 bool token_pass(Scan &scan, const char *text, const char *separators,
                 const char *valueName) noexcept {
     bool found = false;
-    {
-        Text whole(ExpandPathMacros(text));
-        if (whole && file_exists(whole.get())) found |= add_finding(scan, whole.get(), valueName);
-    }
+    if (Text whole = existing_path(text)) found |= add_finding(scan, whole.get(), valueName);
     Text copy(zelta_strdup(text));
     if (!copy) return found;
     char *cursor = copy.get();
     while (char *token = next_token(cursor, separators)) {
         if (IsBlank(token)) continue;
-        if (scan.names && scan.names->count > 0) {
+        trim_trailing_blanks(token);
+        if (scan.names && scan.names->count > 0 && is_absolute(token)) {
             Text named = match_name(token, *scan.names);
             if (named && add_finding(scan, named.get(), valueName)) {
                 found = true;
                 continue;
             }
         }
-        Text expanded(ExpandPathMacros(token));
-        const char *path = expanded ? expanded.get() : token;
-        if (file_exists(path)) found |= add_finding(scan, path, valueName);
+        if (Text path = existing_path(token)) found |= add_finding(scan, path.get(), valueName);
     }
     return found;
 }
@@ -257,39 +290,37 @@ bool check_command_text(Scan &scan, const char *text, const char *valueName) noe
 // Mode 0: one value; the walk's result is the query's status.
 int walk_single_value(Scan &scan, HKEY key) noexcept {
     RegistryBuffer data;
-    const QueryResult query = query_value(key, scan.definition->name, data);
+    const RegistryRead query = query_value(key, scan.definition->name, data);
     if (query.status == ERROR_SUCCESS) check_command_text(scan, data.get(), "");
     return static_cast<int>(query.status);
 }
 
 // Modes 1 and 2: every value of the key. By data (mode 1) the data is
 // checked first, under the value's name, and the name only when the data
-// gave nothing; by name (mode 2) the other way round. Values whose name or
-// data do not fit the 1024-byte buffers are passed over, as is an index
-// the system cannot read.
+// gave nothing; by name (mode 2) the other way round. Each value is read
+// whole, however long its name or data (data beyond the bound is held as
+// empty, so its name is still checked); an index the system cannot read
+// is passed over.
 int walk_values(Scan &scan, HKEY key, bool byName) noexcept {
-    RegistryBuffer name, data;
     int errorsInARow = 0;
     for (DWORD index = 0; errorsInARow < kEnumErrorsInARow; ++index) {
-        // By name, each index gets buffers of its own; when they cannot be
-        // had the walk fails, as it does when the first ones cannot, rather
-        // than pass values over unread.
-        if ((byName || index == 0) &&
-            (!name.allocate(kRegistryBufferSize) || !data.allocate(kRegistryBufferSize)))
-            return kWalkNoBuffers;
-        DWORD nameLength = name.size(), dataLength = data.size();
-        const LSTATUS status = os.RegEnumValueA(key, index, name.get(), &nameLength, nullptr,
-                                                nullptr, data.bytes(), &dataLength);
-        if (status == ERROR_NO_MORE_ITEMS) break;
-        if (status != ERROR_SUCCESS) {
-            // A value too long for the buffers is still a value: the key is
-            // alive.
-            errorsInARow = status == ERROR_MORE_DATA ? 0 : errorsInARow + 1;
+        RegistryBuffer name, data;
+        const RegistryRead read = read_whole(
+            [&](char *nameOut, DWORD *nameLength, BYTE *dataOut, DWORD *dataLength) {
+                return os.RegEnumValueA(key, index, nameOut, nameLength, nullptr, nullptr,
+                                        dataOut, dataLength);
+            },
+            data, &name);
+        // Without buffers the walk fails rather than pass values over unread.
+        if (read.noMemory) return kWalkNoBuffers;
+        if (read.status == ERROR_NO_MORE_ITEMS) break;
+        if (read.status != ERROR_SUCCESS) {
+            // A value that grew while it was read is still a value: the key
+            // is alive.
+            errorsInARow = read.status == ERROR_MORE_DATA ? 0 : errorsInARow + 1;
             continue;
         }
         errorsInARow = 0;
-        name.terminate(nameLength);
-        data.terminate(dataLength);
         if (byName) {
             if (!check_command_text(scan, name.get(), name.get()))
                 check_command_text(scan, data.get(), "");
@@ -308,10 +339,10 @@ int walk_values(Scan &scan, HKEY key, bool byName) noexcept {
 // command text.
 int walk_subkeys(Scan &scan, HKEY key) noexcept {
     const StartupDefinition &d = *scan.definition;
-    char subkeyName[kRegistryBufferSize + 1];
+    char subkeyName[kSubkeyNameSize + 1];
     int errorsInARow = 0;
     for (DWORD index = 0; errorsInARow < kEnumErrorsInARow; ++index) {
-        DWORD nameLength = kRegistryBufferSize;
+        DWORD nameLength = kSubkeyNameSize;
         const LSTATUS status = os.RegEnumKeyExA(key, index, subkeyName, &nameLength, nullptr,
                                                 nullptr, nullptr, nullptr);
         if (status == ERROR_NO_MORE_ITEMS) break;
@@ -320,7 +351,7 @@ int walk_subkeys(Scan &scan, HKEY key) noexcept {
             continue;
         }
         errorsInARow = 0;
-        subkeyName[nameLength < kRegistryBufferSize ? nameLength : kRegistryBufferSize] = '\0';
+        subkeyName[nameLength < kSubkeyNameSize ? nameLength : kSubkeyNameSize] = '\0';
         HKEY opened = nullptr;
         if (os.RegOpenKeyExA(key, subkeyName, 0, d.view | kKeyRead, &opened) != ERROR_SUCCESS)
             continue;
@@ -330,7 +361,7 @@ int walk_subkeys(Scan &scan, HKEY key) noexcept {
             continue;
         }
         RegistryBuffer data;
-        const QueryResult query = query_value(subkey.get(), d.name, data);
+        const RegistryRead query = query_value(subkey.get(), d.name, data);
         if (query.noMemory) return static_cast<int>(query.status);
         if (query.status == ERROR_SUCCESS && !check_command_text(scan, data.get(), subkeyName))
             check_command_text(scan, subkeyName, "");

@@ -99,8 +99,10 @@ struct StartupRepair : ::testing::Test {
     void SetUp() override {
         for (char &c : lowerEvil) c = static_cast<char>(tolower(c));
         set_value(kKey + "\\run", "Evil", REG_EXPAND_SZ, evil + " /s");
-        set_value(kKey + "\\run", "Shell", REG_SZ, "explorer.exe " + lowerEvil);
-        set_value(kKey + "\\run", "Bin", REG_BINARY, "explorer.exe " + lowerEvil);
+        // "Tray.exe", a bare name, is no file where the system would look.
+        set_value(kKey + "\\run", "Shell", REG_SZ, "Tray.exe " + evil);
+        set_value(kKey + "\\run", "Bin", REG_BINARY, "Tray.exe " + lowerEvil);
+        set_value(kKey + "\\run", "Long", REG_SZ, evil + " " + std::string(1500, 'y'));
         set_value(kKey + "\\tree\\evil", "Path", REG_SZ, evil + " x");
         set_value(kKey + "\\tree\\evil\\a\\b", "V", REG_SZ, "v");
         set_value(kKey + "\\tree\\evil\\z", nullptr, 0, "");
@@ -119,7 +121,7 @@ struct StartupRepair : ::testing::Test {
 TEST_F(StartupRepair, EachActionChangesOnlyItsPlace) {
     char windows[MAX_PATH];
     GetWindowsDirectoryA(windows, MAX_PATH);
-    struct Case { const char *sub, *rest; int times; Dump edits; } cases[] = {
+    struct Case { const char *sub, *rest; int times; Dump edits; uint64_t result = 0; } cases[] = {
         // Emptied with its type kept; an empty value is left as it is (0).
         {"\\run", "scansub_false,Evil,disinf_deletevalue,", 2, {{"\\run|Evil", "2:"}}},
         {"\\run", "scansub_value,,disinf_deletenamevalue,", 2, {{"\\run|Bin", "-"}}},  // 0 again
@@ -130,8 +132,12 @@ TEST_F(StartupRepair, EachActionChangesOnlyItsPlace) {
         // adds one, as the byte after the text is zero.
         {"\\run", "scansub_false,Evil,disinf_replacevalue,%windir%\\explorer.exe", 1,
          {{"\\run|Evil", "2:" + std::string(windows) + "\\explorer.exe" + '\0'}}},
-        {"\\run", "scansub_false,Shell,disinf_replacevalue,", 1,
-         {{"\\run|Shell", std::string("1:explorer.exe ") + '\0'}}},
+        // The path is cut out in any case, the rest keeps its own; a second
+        // time it is not found: -1, nothing written.
+        {"\\run", "scansub_false,Shell,disinf_replacevalue,", 2,
+         {{"\\run|Shell", std::string("1:Tray.exe ") + '\0'}}, VXIO_STARTUP_FAILED},
+        {"\\run", "scansub_false,Long,disinf_replacevalue,", 1,
+         {{"\\run|Long", "1: " + std::string(1500, 'y') + '\0'}}},  // read whole
         // Not stored as its text and one terminator: the cut is refused
         // and the empty data written instead.
         {"\\run", "scansub_false,Bin,disinf_replacevalue,", 1, {{"\\run|Bin", "3:"}}},
@@ -142,7 +148,7 @@ TEST_F(StartupRepair, EachActionChangesOnlyItsPlace) {
         SCOPED_TRACE(std::string(c.sub) + "," + c.rest);
         SetUp();
         const Dump before = tree();
-        EXPECT_EQ(clean(c.sub, c.rest, c.times), 0u);
+        EXPECT_EQ(clean(c.sub, c.rest, c.times), c.result);
         EXPECT_EQ(tree(), edited(before, c.edits));
         TearDown();
     }
@@ -150,8 +156,9 @@ TEST_F(StartupRepair, EachActionChangesOnlyItsPlace) {
 
 // Findings made by hand, with what a scan never leaves out missing.
 TEST_F(StartupRepair, IndexRulesAndUnreadableFindings) {
+    const std::string missing = kKey + "\\missing", run = kKey + "\\run", huge = kKey + "\\huge";
+    set_value(huge, "Huge", REG_SZ, std::string(70000, 'x'));
     const Dump before = tree();
-    const std::string missing = kKey + "\\missing", run = kKey + "\\run";
     struct Case { uint32_t action; HKEY root; const char *key, *name; uint64_t result; } cases[] = {
         {1, HKEY_CURRENT_USER, missing.c_str(), "V", VXIO_STARTUP_FAILED},
         {2, HKEY_CURRENT_USER, run.c_str(), "Missing", 0},
@@ -160,6 +167,8 @@ TEST_F(StartupRepair, IndexRulesAndUnreadableFindings) {
         {4, HKEY_CURRENT_USER, kKey.c_str(), nullptr, 1},
         {5, HKEY_CURRENT_USER, missing.c_str(), "V", 1},
         {5, HKEY_CURRENT_USER, run.c_str(), "Missing", VXIO_STARTUP_FAILED},
+        // Beyond 64 KiB the value is held as "": no "x" to cut out.
+        {5, HKEY_CURRENT_USER, huge.c_str(), "Huge", VXIO_STARTUP_FAILED},
         {99, HKEY_CURRENT_USER, kKey.c_str(), "run", 0},
     };
     for (const Case &c : cases) {
@@ -180,13 +189,25 @@ TEST_F(StartupRepair, IndexRulesAndUnreadableFindings) {
 // Windows XP); with the key "a" refused (access denied, as for a key whose
 // descriptor forbids deletion); or with "a" not found, deleted or opened
 // by its path, while its parent still lists it (as a redirected key can).
+// A plain key named "link" is served as Windows answers for a registry
+// link to "run", beside the tree: opened with REG_OPTION_OPEN_LINK it is
+// itself and holds "SymbolicLinkValue" of type REG_LINK; any other open,
+// and a delete by its name, reach "run". NtDeleteKey is the real one.
 enum class KeyA { Real, NoEntryPoint, Refused, Hidden } g_keyA = KeyA::Real;
 bool names_a(LPCSTR p) {
     return g_keyA != KeyA::Real && strlen(p) >= 2 && !strcmp(p + strlen(p) - 2, "\\a");
 }
+const std::string kRun = kKey + "\\run";
+HKEY g_link = nullptr;  // the link, opened as itself
+bool names_link(LPCSTR p) { return p && strlen(p) >= 4 && !strcmp(p + strlen(p) - 4, "link"); }
 LSTATUS WINAPI delete_key(HKEY root, LPCSTR path, REGSAM view, DWORD reserved) {
+    if (names_link(path)) return RegDeleteKeyExA(HKEY_CURRENT_USER, kRun.c_str(), view, 0);
     if (!names_a(path)) return RegDeleteKeyExA(root, path, view, reserved);
     return g_keyA == KeyA::Hidden ? ERROR_FILE_NOT_FOUND : ERROR_ACCESS_DENIED;
+}
+LSTATUS WINAPI delete_key_a(HKEY root, LPCSTR path) {
+    return names_link(path) ? RegDeleteKeyA(HKEY_CURRENT_USER, kRun.c_str())
+                            : RegDeleteKeyA(root, path);
 }
 FARPROC WINAPI lookup(HMODULE module, LPCSTR name) {
     if (HIWORD(reinterpret_cast<uintptr_t>(name)) && !strcmp(name, "RegDeleteKeyExA"))
@@ -195,7 +216,18 @@ FARPROC WINAPI lookup(HMODULE module, LPCSTR name) {
 }
 LSTATUS WINAPI open_key(HKEY root, LPCSTR path, DWORD options, REGSAM access, PHKEY key) {
     if (g_keyA == KeyA::Hidden && path && names_a(path)) return ERROR_FILE_NOT_FOUND;
-    return real_os.RegOpenKeyExA(root, path, options, access, key);
+    const bool asLink = names_link(path) && (options & REG_OPTION_OPEN_LINK);
+    if (names_link(path) && !asLink) root = HKEY_CURRENT_USER, path = kRun.c_str();
+    const LSTATUS status = real_os.RegOpenKeyExA(root, path, options, access, key);
+    if (options & REG_OPTION_OPEN_LINK) g_link = asLink && !status ? *key : nullptr;
+    return status;
+}
+LSTATUS WINAPI query_value(HKEY key, LPCSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                           LPDWORD size) {
+    if (!key || key != g_link || !name || strcmp(name, "SymbolicLinkValue"))
+        return real_os.RegQueryValueExA(key, name, reserved, type, data, size);
+    if (type) *type = REG_LINK;
+    return ERROR_SUCCESS;
 }
 // A 32-bit Windows: an x86 processor (and Wine's IsWow64Process says 0).
 void WINAPI x86_system(LPSYSTEM_INFO info) {
@@ -206,23 +238,46 @@ void WINAPI x86_system(LPSYSTEM_INFO info) {
 TEST_F(StartupRepair, KeyTreesThroughTheSeam) {
     SeamEntry<decltype(OsTable::GetProcAddress)> lookupEntry(&OsTable::GetProcAddress, &lookup);
     SeamEntry<decltype(OsTable::RegOpenKeyExA)> openEntry(&OsTable::RegOpenKeyExA, &open_key);
+    SeamEntry<decltype(OsTable::RegQueryValueExA)> queryEntry(&OsTable::RegQueryValueExA,
+                                                              &query_value);
+    SeamEntry<decltype(OsTable::RegDeleteKeyA)> deleteEntry(&OsTable::RegDeleteKeyA,
+                                                            &delete_key_a);
     const char *deleteKey = "scansub_key,Path,disinf_deletekey,";
-    const std::pair<KeyA, Dump> cases[] = {
-        {KeyA::NoEntryPoint, {}},
-        {KeyA::Refused, {{"\\tree\\evil\\a\\b", "-"}}},  // stops at "a": "z" stays
-        {KeyA::Hidden, {}},                               // "a" keeps coming back: stops
+    const std::string link = kKey + "\\tree\\evil\\link";
+    set_value(link, nullptr, 0, "");
+    struct Case { KeyA keyA; int times; uint64_t result; Dump edits; } cases[] = {
+        {KeyA::NoEntryPoint, 1, VXIO_STARTUP_FAILED, {}},
+        {KeyA::Refused, 1, VXIO_STARTUP_FAILED, {{"\\tree\\evil\\a\\b", "-"}}},  // stops at "a"
+        {KeyA::Hidden, 1, VXIO_STARTUP_FAILED, {}},  // "a" keeps coming back: stops
+        // A key gone from its view counts as deleted; the link inside goes
+        // as itself, "run" stays.
+        {KeyA::Real, 2, 0, {{"\\tree\\evil", "-"}}},
     };
-    for (const auto &[keyA, edits] : cases) {
-        SCOPED_TRACE(static_cast<int>(keyA));
-        g_keyA = keyA;
+    for (const Case &c : cases) {
+        SCOPED_TRACE(static_cast<int>(c.keyA));
+        g_keyA = c.keyA;
         const Dump before = tree();
-        EXPECT_EQ(clean("\\tree", deleteKey), VXIO_STARTUP_FAILED);
-        EXPECT_EQ(tree(), edited(before, edits));
+        EXPECT_EQ(clean("\\tree", deleteKey, c.times), c.result);
+        EXPECT_EQ(tree(), edited(before, c.edits));
     }
-    g_keyA = KeyA::Real;
-    EXPECT_EQ(clean("\\tree", deleteKey, 2), 0u) << "a key gone from its view counts as deleted";
+    // The link itself named by a finding: only the link goes.
+    for (uint32_t action : {VXIO_REPAIR_DELETE_KEY, VXIO_REPAIR_DELETE_CLSID}) {
+        SCOPED_TRACE(action);
+        SetUp();
+        set_value(link, nullptr, 0, "");
+        const Dump before = tree();
+        DynArray *hand = VOXA_arrNew();
+        VOXA_arrAdd(hand, vxio::startup::NewStartupRecord(1, "x", 2, HKEY_CURRENT_USER,
+                                                          KEY_WOW64_64KEY,
+                                                          (kKey + "\\tree\\evil").c_str(), 0,
+                                                          "link", action, nullptr));
+        EXPECT_EQ(VOXA_IO_CleanStartupScan(hand, 0), 0u);
+        EXPECT_EQ(tree(), edited(before, {{"\\tree\\evil\\link", "-"}}));
+        VOXA_IO_CloseStartupScan(hand);
+    }
     SeamEntry<decltype(OsTable::GetSystemInfo)> x86(&OsTable::GetSystemInfo, &x86_system);
     SetUp();
+    set_value(link, nullptr, 0, "");
     const Dump before = tree();
     // RegDeleteKeyA takes the tree apart; a second time the key is missing,
     // which without a view is a failure.

@@ -136,57 +136,68 @@ TEST_F(StartupScan, EveryModeOverValuesOfEveryType) {
     set_value(HKEY_CURRENT_USER, 0, v, "e binary", REG_BINARY, prog);  // no terminator
     set_value(v, "f long", prog + " " + std::string(1100, 'x'));
     set_value(HKEY_CURRENT_USER, 0, v, other, REG_DWORD, std::string("\7\0\0\0", 4));
+    const std::string longName = other + " " + std::string(1100, 'n'), huge = prog + " huge";
+    set_value(v, longName, prog);
+    set_value(v, huge, prog + " " + std::string(70000, 'x'));  // beyond 64 KiB: held as ""
     set_value(v, "", other + " -q");  // the default value
     struct Case {
-        const char *mode, *name;
+        std::string mode, name;
         int modeNumber;
         std::vector<std::pair<std::string, std::string>> found;  // label, name
     } cases[] = {
         {"scansub_false", "f long", 0, {{p, "f long"}}},  // > 1024 bytes: read again
+        {"scansub_false", huge, 0, {}},
         {"scansub_false", "", 0, {{o, "(null)"}}},
         {"scansub_false", "b dir", 0, {}},
         // Values in name order; "%SYSDIR%\..." is both the whole text and its
-        // only token: two findings. "f long" does not fit: passed over.
+        // only token: two findings. Long names and data are read whole.
         {"scansub_value", "N", 1, {{o, "N"}, {p, "a run"}, {exe, "c expand"}, {exe, "c expand"},
-                                   {o, "N"}, {p, "d multi"}, {p, "e binary"}}},
+                                   {o, "N"}, {p, longName}, {p, "N"}, {p, "d multi"},
+                                   {p, "e binary"}, {p, "f long"}}},
         {"scansub_name", "N", 2, {{o, "N"}, {p, "N"}, {exe, "N"}, {exe, "N"}, {o, other},
-                                  {p, "N"}, {p, "N"}}},
+                                  {o, longName}, {p, huge}, {p, "N"}, {p, "N"}, {p, "N"}}},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(std::string(c.mode) + " " + c.name);
+        SCOPED_TRACE(c.mode + " " + c.name.substr(0, 40));
         Rows want;
         for (const auto &[label, name] : c.found)
             want.push_back(row(7, label, "\\values", c.modeNumber, name, "1|%windir%"));
         const char *tail = "disinf_deletevalue,%windir%";
-        EXPECT_EQ(per_view(open_scan(line(7, "\\values", c.mode, c.name, tail))), want);
+        EXPECT_EQ(per_view(open_scan(line(7, "\\values", c.mode.c_str(), c.name.c_str(), tail))),
+                  want);
     }
 }
 
+// Relative names find nothing, whatever files lie in the current directory;
+// a bare file name is looked up in the system directory, then the Windows
+// directory.
 TEST_F(StartupScan, SubkeysSeparatorsAndTheSameFileTwice) {
     set_value(kKey + "\\subkeys\\one", "Path", prog + " -run");
     set_value(kKey + "\\subkeys\\two", "Other", prog);
+    set_value(kKey + "\\subkeys\\notepad.exe", "Path", "nothing here");
     set_value(kKey + "\\subkeys\\other.exe", "Path", "nothing here");
-    set_value(kKey, "List", "prog.exe;other.exe,sub, \t");
-    // Only the first pass finds "prog.exe"; the second decides that the
+    set_value(kKey, "List", "prog.exe;other.exe,/v,-k netsvcs,sub, \t,%sysdir%\\notepad.exe");
+    // Only the first pass finds "notepad.exe"; the second decides that the
     // data gave nothing, so the value's name is checked as well.
-    set_value(kKey + "\\sep", "other.exe", "prog.exe-x y");
+    set_value(kKey + "\\sep", "win.ini", "notepad.exe-x y");
+    dir.write("v", "");
+    dir.write("netsvcs", "");
     InDirectory in(dir.path());
+    const std::string exe = "c:\\windows\\system32\\notepad.exe", ini = "c:\\windows\\win.ini";
     Rows want = {
-        // A relative name is the whole text and its only token: nothing
-        // checks for duplicates.
+        // A bare name is the whole text and its only token: nothing checks
+        // for duplicates.
+        row(3, exe, "\\subkeys", 3, "Path", "3|(null)"),
+        row(3, exe, "\\subkeys", 3, "Path", "3|(null)"),
         row(3, p, "\\subkeys", 3, "one", "3|(null)"),
-        row(3, "other.exe", "\\subkeys", 3, "Path", "3|(null)"),
-        row(3, "other.exe", "\\subkeys", 3, "Path", "3|(null)"),
-        row(4, "other.exe", "\\subkeys", 3, "other.exe", "6|(null)"),
-        row(4, "other.exe", "\\subkeys", 3, "other.exe", "6|(null)"),
-        row(5, "prog.exe", "\\sep", 1, "other.exe", "7|(null)"),
-        row(5, "other.exe", "\\sep", 1, "(null)", "7|(null)"),
-        row(5, "other.exe", "\\sep", 1, "(null)", "7|(null)"),
+        row(4, exe, "\\subkeys", 3, "notepad.exe", "6|(null)"),
+        row(4, exe, "\\subkeys", 3, "notepad.exe", "6|(null)"),
+        row(5, exe, "\\sep", 1, "win.ini", "7|(null)"),
+        row(5, ini, "\\sep", 1, "(null)", "7|(null)"),
+        row(5, ini, "\\sep", 1, "(null)", "7|(null)"),
     };
     // Each pass adds what it finds ("sub" is a directory, " \t" blank).
-    for (int id : {1, 2})
-        for (const char *label : {"prog.exe", "other.exe", "prog.exe", "other.exe"})
-            want.push_back(row(id, label, "", 0, "List", "0|(null)"));
+    for (int id : {1, 2}) want.insert(want.end(), 2, row(id, exe, "", 0, "List", "0|(null)"));
     EXPECT_EQ(per_view(open_scan(line(3, "\\subkeys", "scansub_key", "Path", "disinf_deletekey,") +
                                  line(4, "\\subkeys", "scansub_key", "", "disinf_bho,") +
                                  line(5, "\\sep", "scansub_value", "", "disinf_binary,") +
@@ -247,25 +258,39 @@ TEST_F(StartupScan, FilesAndFolders) {
 TEST_F(StartupScan, NameListMatching) {
     char longForm[MAX_PATH];
     ASSERT_GT(GetLongPathNameA(p.c_str(), longForm, MAX_PATH), 0u);
+    InDirectory in(dir.path());
+    const std::string exe = "c:\\windows\\system32\\notepad.exe";
     struct Case {
         std::string data;
         std::vector<std::string> names;
-        std::string label;  // empty: no finding
+        Rows labels;
     } cases[] = {
-        {prog + " x", {"c:\\elsewhere\\tool.exe", "run " + std::string(longForm)}, lower(longForm)},
-        {prog + " x", {"c:\\elsewhere\\prog.exe"}, "c:\\elsewhere\\prog.exe"},  // a missing file
-        {prog + " x", {"C:\\Elsewhere\\Prog.exe"}, p},  // case counts: no match
+        {prog + " x",
+         {"c:\\elsewhere\\tool.exe", "run " + std::string(longForm)},
+         {lower(longForm)}},
+        {prog + " x", {"c:\\elsewhere\\prog.exe"}, {"c:\\elsewhere\\prog.exe"}},  // a missing file
+        {prog + " x", {"C:\\Elsewhere\\Prog.exe"}, {p}},  // case counts: no match
         // A missing file has no short form; the empty one matches the first
         // entry and gives an empty path: the file name is never compared.
-        {dir.file("ghost.exe") + " x", {"c:\\elsewhere\\ghost.exe"}, ""},
+        {dir.file("ghost.exe") + " x", {"c:\\elsewhere\\ghost.exe"}, {}},
+        // A relative token is never looked up where the scan runs.
+        {"prog.exe x", {"c:\\elsewhere\\prog.exe"}, {}},
+        // Without a list: quotes separate; a path cut before "/s" or a tab
+        // loses its blanks.
+        {"\"%sysdir%\\notepad.exe\"", {}, {exe}},
+        {"\"" + prog + "\" /s", {}, {p}},
+        {"%sysdir%\\notepad.exe /s", {}, {exe, exe}},
+        {"%sysdir%\\notepad.exe\t/s", {}, {exe}},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(c.data + " / " + c.names.back());
+        SCOPED_TRACE(c.data);
         set_value(kKey, "Run", c.data);
         DynArray *names = VOXA_arrNew();
         for (const std::string &n : c.names) VOXA_arrAdd(names, const_cast<char *>(n.c_str()));
-        EXPECT_EQ(per_view(open_scan(line(1, "", "scansub_false", "Run", ","), names)),
-                  c.label.empty() ? Rows{} : Rows{row(1, c.label, "", 0, "Run", "0|(null)")});
+        Rows want;
+        for (const std::string &label : c.labels)
+            want.push_back(row(1, label, "", 0, "Run", "0|(null)"));
+        EXPECT_EQ(per_view(open_scan(line(1, "", "scansub_false", "Run", ","), names)), want);
         VOXA_arrFree(names, 0);
     }
 }

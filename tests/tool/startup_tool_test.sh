@@ -32,8 +32,7 @@ check "list: exit status" 0 "$status"
 lower=$(printf '%s' "$winpath" | tr 'A-Z' 'a-z')
 # HKCU\Software is shared by both registry views, so each finding comes
 # once a view; the text "PATH /quiet" is cut at "/" and again at the
-# space, and each pass finds the program (the first with the space before
-# the "/" still on it, which the system ignores when it opens the file).
+# space, and each pass finds the program, with no blank after its name.
 case $out in
 *"	7	$lower	HKCU	"*"	Software\\vxio-startup-tool-test\\Run	evil	disinf_deletenamevalue"*) pass ;;
 *) fail "list: the finding: $out" ;;

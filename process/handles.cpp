@@ -2,9 +2,10 @@
 // the loaded device drivers, small questions about one process, thread or
 // file handle, and process control (terminate, suspend).
 //
-// Naming a file handle can block for ever (a pipe another process waits
-// on), so that one question runs on an expendable worker thread that is
-// given 500 ms and killed when it overruns. Native entry points come from
+// Naming a handle can block for ever (a pipe another process waits on), so
+// the name questions (file name, object name and type) run on an
+// expendable worker thread that is given 500 ms a question and killed when
+// it overruns. Native entry points come from
 // the loaded "NTDLL.DLL" (never loaded or released here); PSAPI and the
 // tool-help functions are loaded by name for each call and released on
 // every return path.
@@ -18,6 +19,7 @@
 #include "platform/library.h"
 #include "platform/os.h"
 #include "process/gate.h"
+#include "process/native_query.h"
 #include "util/owner.h"
 #include "vxio/process.h"
 #include "vxio/process_memory.h"
@@ -29,9 +31,6 @@ using platform::RuntimeLibrary;
 
 namespace {
 
-using NtStatus = LONG;
-constexpr NtStatus kInfoLengthMismatch = static_cast<NtStatus>(0xC0000004);
-constexpr NtStatus kBufferOverflow = static_cast<NtStatus>(0x80000005);
 constexpr NtStatus kAccessDenied = static_cast<NtStatus>(0xC0000022);
 constexpr int32_t kAccessDeniedResult = -3;
 constexpr int32_t kEnvironmentUnreadable = -8;
@@ -40,46 +39,6 @@ constexpr int32_t kWorkerKilled = -2;  // naming result of a handle whose worker
 using QuerySystemFn = NtStatus(NTAPI *)(ULONG, PVOID, ULONG, PULONG);
 using QueryHandleFn = NtStatus(NTAPI *)(HANDLE, ULONG, PVOID, ULONG, PULONG);
 using QueryFileFn = NtStatus(NTAPI *)(HANDLE, PVOID, PVOID, ULONG, ULONG);
-
-template <typename Fn>
-Fn ntdll_entry(const char *name) noexcept {
-    HMODULE ntdll = os.GetModuleHandleA("NTDLL.DLL");
-    if (!ntdll) return nullptr;
-    return reinterpret_cast<Fn>(reinterpret_cast<void *>(os.GetProcAddress(ntdll, name)));
-}
-
-// Native queries that answer "length mismatch" are asked again with a
-// larger buffer: the reported length when it is larger, else twice the
-// size. Some systems report 0 (or the same size) for ever, so the number of
-// rounds and the size are bounded.
-constexpr int kGrowRounds = 24;
-constexpr ULONG kLargestQuery = 256u << 20;
-
-struct GrownAnswer {
-    NtStatus status = 0;
-    bool noMemory = false;
-};
-
-template <typename Query>
-GrownAnswer query_growing(ZeltaPtr<uint8_t> &buffer, ULONG size, bool overflowToo,
-                          Query &&query) noexcept {
-    GrownAnswer answer;
-    for (int round = 0;; ++round) {
-        buffer.reset(static_cast<uint8_t *>(ZELTA_mymalloc(size)));
-        if (!buffer) {
-            answer.noMemory = true;
-            return answer;
-        }
-        std::memset(buffer.get(), 0, size);
-        ULONG reported = 0;
-        answer.status = query(buffer.get(), size, &reported);
-        const bool again = answer.status == kInfoLengthMismatch ||
-                           (overflowToo && answer.status == kBufferOverflow);
-        if (!again || round + 1 >= kGrowRounds || size >= kLargestQuery) return answer;
-        size = reported > size ? reported : size * 2;
-        if (size > kLargestQuery) size = kLargestQuery;
-    }
-}
 
 // A counted UTF-16 text (length in bytes) as ANSI into out (capacity bytes,
 // always terminated). False when nothing could be converted.
@@ -119,11 +78,11 @@ T read_at(const uint8_t *block, size_t offset) noexcept {
 }
 
 // How far a naming worker has come. Killing a thread is safe only while it
-// waits inside the file-name query itself: before it (the loader attaching
-// the new thread, the entry-point lookup, the allocation) and after it (the
-// conversion) the thread may hold a process-wide lock (loader, heap,
-// locale) that would never be released, and every later call of the
-// process would hang on it.
+// waits inside one of its name queries itself: before one (the loader
+// attaching the new thread, the entry-point lookup, the allocation),
+// between two (growing a buffer) and after them (the conversion) the
+// thread may hold a process-wide lock (loader, heap, locale) that would
+// never be released, and every later call of the process would hang on it.
 enum NamingStage : LONG { kStarting, kQuerying, kAnswered };
 
 // The worker's block. It is on the heap rather than the caller's stack:
@@ -131,13 +90,29 @@ enum NamingStage : LONG { kStarting, kQuerying, kAnswered };
 // wait itself failed), it must not write into a frame that is gone, so the
 // block is then left to it.
 struct NamingJob {
-    FileHandleQuery query;
+    FileHandleQuery query;   // the handle, and the file name answered
+    bool askFile;            // ask the file name first; else the object alone
+    bool objectAsked;        // the object's name was asked (out)
+    char objectName[260];    // the object's name as converted (out)
     std::atomic<LONG> stage;
-    std::atomic<ULONGLONG> queryStartedAt;  // tick count when the query began
+    std::atomic<ULONGLONG> queryStartedAt;  // tick count when the last query began
 };
 
-// The file name of query->handle; a naming worker's job is told when the
-// query begins and ends, so that the worker is killed only inside it.
+// One name query of a naming worker (job null: of the calling thread): the
+// job is told when the query begins and ends, so that the worker is killed
+// only inside it.
+template <typename Ask>
+NtStatus asked(NamingJob *job, Ask &&ask) noexcept {
+    if (job) {
+        job->queryStartedAt.store(os.GetTickCount64());
+        job->stage.store(kQuerying);
+    }
+    const NtStatus status = ask();
+    if (job) job->stage.store(kAnswered);
+    return status;
+}
+
+// The file name of query->handle.
 int32_t file_name_of(FileHandleQuery *query, NamingJob *job) noexcept {
     query->name[0] = '\0';
     auto queryFile = ntdll_entry<QueryFileFn>("NtQueryInformationFile");
@@ -152,15 +127,14 @@ int32_t file_name_of(FileHandleQuery *query, NamingJob *job) noexcept {
         ULONG_PTR information;
     } io{};
     HANDLE file = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(query->handle));
-    if (job) {
-        job->queryStartedAt.store(os.GetTickCount64());
-        job->stage.store(kQuerying);
-    }
-    const bool named =
-        queryFile && queryFile(file, &io, info.get(), kFileNameBufferSize, kFileNameClass) == 0;
-    if (job) job->stage.store(kAnswered);
+    const bool named = queryFile && asked(job, [&] {
+        return queryFile(file, &io, info.get(), kFileNameBufferSize, kFileNameClass);
+    }) == 0;
+    // The name's length is trusted only as far as the bytes the answer says
+    // it wrote, and never past the buffer.
+    const ULONG_PTR returned = std::min<ULONG_PTR>(io.information, kFileNameBufferSize);
     const ULONG length = read_at<ULONG>(info.get(), 0);
-    if (!named || length > kFileNameBufferSize - 4 ||
+    if (!named || returned < 4 || length > returned - 4 ||
         !to_ansi(reinterpret_cast<const wchar_t *>(info.get() + 4), length, query->name,
                  sizeof query->name)) {
         copy_text(query->name, sizeof query->name, "*");
@@ -170,15 +144,60 @@ int32_t file_name_of(FileHandleQuery *query, NamingJob *job) noexcept {
     return kOk;
 }
 
-DWORD WINAPI name_worker(LPVOID block) {
-    auto *job = static_cast<NamingJob *>(block);
-    return static_cast<DWORD>(file_name_of(&job->query, job));
+// Header of the object-name answer (a counted UTF-16 text: length in
+// bytes at 0, text pointer at 8), and the two classes asked.
+constexpr size_t kObjectNameHeader = 16;
+constexpr ULONG kObjectNameClass = 1, kObjectTypeClass = 2;
+
+// The object's name through NtQueryObject, converted into name (empty when
+// nothing usable came back). The type is asked too; the record keeps the
+// fixed table's name.
+void object_name_of(HANDLE object, char (&name)[260], NamingJob *job) noexcept {
+    name[0] = '\0';
+    auto queryObject = ntdll_entry<QueryHandleFn>("NtQueryObject");
+    if (!queryObject) return;
+    ZeltaPtr<uint8_t> answer;
+    ULONG returned = 0;
+    const GrownAnswer got = query_growing(answer, 16, true, [&](void *b, ULONG s, PULONG r) {
+        const NtStatus status = asked(job, [&] { return queryObject(object, kObjectNameClass, b, s, r); });
+        returned = *r;
+        return status;
+    });
+    if (!got.noMemory && got.status >= 0) {
+        // The text must lie inside the bytes returned: its pointer is the
+        // system's word, and a wrong one would send the conversion through
+        // whatever memory it names.
+        const size_t held = std::min<size_t>(returned, got.size);
+        const auto start = reinterpret_cast<uintptr_t>(answer.get());
+        const auto text = held >= kObjectNameHeader ? read_at<uintptr_t>(answer.get(), 8) : 0;
+        const size_t length = held >= kObjectNameHeader ? read_at<USHORT>(answer.get(), 0) : 0;
+        if (text >= start && text - start <= held && length <= held - (text - start))
+            to_ansi(reinterpret_cast<const wchar_t *>(text), length, name, sizeof name);
+    }
+    ZeltaPtr<uint8_t> type;
+    query_growing(type, 100, true, [&](void *b, ULONG s, PULONG r) {
+        return asked(job, [&] { return queryObject(object, kObjectTypeClass, b, s, r); });
+    });
 }
 
-// The worker is given 500 ms of query. A worker that has not reached its
-// query yet, or has left it, is slow (a loaded machine), not stuck on the
-// object: it is waited for in at most kSlowWorkerSlices more slices of
-// 500 ms before it is killed anyway. Answers WaitForSingleObjectEx's result.
+// A handle without a file name goes on to the object-name query, as the
+// engine names it: the worker asks it at once rather than come back.
+DWORD WINAPI name_worker(LPVOID block) {
+    auto *job = static_cast<NamingJob *>(block);
+    if (job->askFile) file_name_of(&job->query, job);
+    if (!job->askFile || job->query.name[0] == '*') {
+        object_name_of(reinterpret_cast<HANDLE>(static_cast<uintptr_t>(job->query.handle)),
+                       job->objectName, job);
+        job->objectAsked = true;
+    }
+    return 0;
+}
+
+// The worker is given 500 ms for each query. A worker that has not reached
+// a query yet, is between two, or has left them, is slow (a loaded
+// machine), not stuck on the object: it is waited for in at most
+// kSlowWorkerSlices more slices of 500 ms before it is killed anyway.
+// Answers WaitForSingleObjectEx's result.
 constexpr DWORD kNamingWait = 500;
 constexpr int kSlowWorkerSlices = 20;
 
@@ -222,32 +241,75 @@ bool starts_with(const char *text, const char *prefix) noexcept {
     return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
 }
 
-// The object's name through NtQueryObject, on the calling thread.
-int32_t name_from_object(HANDLE object, HandleEntry &entry) noexcept {
-    auto queryObject = ntdll_entry<QueryHandleFn>("NtQueryObject");
-    entry.objectName[0] = '\0';
-    if (queryObject) {
-        ZeltaPtr<uint8_t> name;
-        const GrownAnswer answer = query_growing(name, 16, true, [&](void *b, ULONG s, PULONG r) {
-            return queryObject(object, 1, b, s, r);
-        });
-        if (!answer.noMemory && answer.status >= 0) {
-            const auto length = read_at<USHORT>(name.get(), 0);
-            const auto text = read_at<const wchar_t *>(name.get(), 8);
-            to_ansi(text, length, entry.objectName, sizeof entry.objectName);
-        }
-        // The type is asked too; the record keeps the fixed table's name.
-        ZeltaPtr<uint8_t> type;
-        query_growing(type, 100, true, [&](void *b, ULONG s, PULONG r) {
-            return queryObject(object, 2, b, s, r);
-        });
-    }
+// The record's name from the object-name answer.
+int32_t object_result(const char *name, HandleEntry &entry) noexcept {
+    copy_text(entry.objectName, sizeof entry.objectName, name);
     // Only native file paths are paths: event, key or section names keep
     // their case.
     if (starts_with(entry.objectName, "\\??\\")) fs::NormalizeNativePath(entry.objectName);
     if (entry.objectName[0]) return kOk;
     copy_text(entry.objectName, sizeof entry.objectName, "__FAILED_TO_ACCESS_OBJECT_INFO__");
     return kFailed;
+}
+
+NamingJob *new_job(HANDLE handle, bool askFile) noexcept {
+    auto *job = static_cast<NamingJob *>(ZELTA_mymalloc(sizeof(NamingJob)));
+    if (!job) return nullptr;
+    std::memset(static_cast<void *>(job), 0, sizeof(NamingJob));
+    new (&job->stage) std::atomic<LONG>(kStarting);
+    new (&job->queryStartedAt) std::atomic<ULONGLONG>(0);
+    job->query.handle = reinterpret_cast<uintptr_t>(handle);
+    job->askFile = askFile;
+    return job;
+}
+
+// Runs job on a fresh worker. True when the worker finished: its answers
+// are in *job, which the caller frees. Otherwise the entry has its mark,
+// result the naming result, and the job is freed here once the worker is
+// gone or left to it.
+bool run_job(NamingJob *job, HandleEntry &entry, int32_t &result) noexcept {
+    UniqueHandle worker(os.CreateThread(nullptr, 0, name_worker, job, 0, nullptr));
+    if (!worker) {
+        // Without a worker nothing is asked: a name query that may block is
+        // never put to the calling thread, which would hang the scan.
+        ZELTA_myfree(job);
+        copy_text(entry.objectName, sizeof entry.objectName, "__FAILED_TO_ACCESS_OBJECT_INFO__");
+        result = kFailed;
+        return false;
+    }
+    const DWORD wait = wait_for_worker(worker.get(), *job);
+    if (wait == WAIT_FAILED) {
+        copy_text(entry.objectName, sizeof entry.objectName,
+                  "__OBJECT_UNSAFE_TO_ACCESS__COULD_NOT_WAIT_FOR_THREAD__");
+        result = kFailed;
+        return false;
+    }
+    if (wait != WAIT_TIMEOUT) return true;
+    if (!os.TerminateThread(worker.get(), 0)) {
+        os.ResumeThread(worker.get());  // left to finish its query on its own
+        copy_text(entry.objectName, sizeof entry.objectName,
+                  "__OBJECT_UNSAFE_TO_ACCESS__THREAD_NOT_TERMINATED__");
+        result = kFailed;
+        return false;
+    }
+    copy_text(entry.objectName, sizeof entry.objectName,
+              "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__");
+    result = kWorkerKilled;
+    // Termination is only begun by the call: the block is freed once the
+    // worker is gone, and otherwise left to it.
+    if (os.WaitForSingleObjectEx(worker.get(), kNamingWait, FALSE) == WAIT_OBJECT_0) ZELTA_myfree(job);
+    return false;
+}
+
+// The object's name alone, on a worker of its own.
+int32_t name_from_object(HANDLE object, HandleEntry &entry) noexcept {
+    NamingJob *job = new_job(object, false);
+    if (!job) return kNoMemory;
+    int32_t result = kOk;
+    if (!run_job(job, entry, result)) return result;
+    result = object_result(job->objectName, entry);
+    ZELTA_myfree(job);
+    return result;
 }
 
 int32_t name_handle(HandleEntry &entry) noexcept {
@@ -263,50 +325,18 @@ int32_t name_handle(HandleEntry &entry) noexcept {
         return kFailed;
     }
 
-    auto *job = static_cast<NamingJob *>(ZELTA_mymalloc(sizeof(NamingJob)));
+    NamingJob *job = new_job(duplicate.get(), true);
     if (!job) return kNoMemory;
-    std::memset(&job->query, 0, sizeof job->query);
-    new (&job->stage) std::atomic<LONG>(kStarting);
-    new (&job->queryStartedAt) std::atomic<ULONGLONG>(0);
-    job->query.handle = reinterpret_cast<uintptr_t>(duplicate.get());
-    bool finished = false;
-    {
-        UniqueHandle worker(os.CreateThread(nullptr, 0, name_worker, job, 0, nullptr));
-        if (!worker) {
-            ZELTA_myfree(job);
-            return name_from_object(duplicate.get(), entry);
-        }
-        const DWORD wait = wait_for_worker(worker.get(), *job);
-        if (wait == WAIT_FAILED) {
-            copy_text(entry.objectName, sizeof entry.objectName,
-                      "__OBJECT_UNSAFE_TO_ACCESS__COULD_NOT_WAIT_FOR_THREAD__");
-            return kFailed;
-        }
-        if (wait == WAIT_TIMEOUT) {
-            if (!os.TerminateThread(worker.get(), 0)) {
-                os.ResumeThread(worker.get());  // left to finish its query on its own
-                copy_text(entry.objectName, sizeof entry.objectName,
-                          "__OBJECT_UNSAFE_TO_ACCESS__THREAD_NOT_TERMINATED__");
-                return kFailed;
-            }
-            copy_text(entry.objectName, sizeof entry.objectName,
-                      "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__");
-            // Termination is only begun by the call: the block is freed
-            // once the worker is gone, and otherwise left to it.
-            if (os.WaitForSingleObjectEx(worker.get(), kNamingWait, FALSE) != WAIT_OBJECT_0)
-                return kWorkerKilled;
-        } else {
-            finished = true;
-        }
-    }
-    FileHandleQuery answer = job->query;
-    ZELTA_myfree(job);
-    if (!finished) return kWorkerKilled;
-
-    // The worker's "*" (no file name) sends every type, processes and
+    int32_t result = kOk;
+    if (!run_job(job, entry, result)) return result;
+    // The worker's "*" (no file name) sent every type, processes and
     // threads too, to the object-name query: the engine reads the
     // descriptions below only for handles whose file-name query answered.
-    if (answer.name[0] == '*') return name_from_object(duplicate.get(), entry);
+    const FileHandleQuery answer = job->query;
+    const bool objectAsked = job->objectAsked;
+    if (objectAsked) result = object_result(job->objectName, entry);
+    ZELTA_myfree(job);
+    if (objectAsked) return result;
     if (starts_with(entry.typeName, "File") && answer.name[0]) {
         copy_text(entry.objectName, sizeof entry.objectName, answer.name);
         return kOk;
@@ -345,6 +375,7 @@ int32_t name_handle(HandleEntry &entry) noexcept {
             return kFailed;
         }
     }
+    // No description: the object's name, asked on a second worker.
     return name_from_object(duplicate.get(), entry);
 }
 
@@ -357,16 +388,22 @@ int32_t enumerate_handles(const char *nameFilter, int32_t typeFilter, uint32_t o
     auto querySystem = ntdll_entry<QuerySystemFn>("NtQuerySystemInformation");
     if (!querySystem) return kFailed;
     ZeltaPtr<uint8_t> table;
-    ULONG tableSize = 24;
-    const GrownAnswer answer = query_growing(table, tableSize, false, [&](void *b, ULONG s, PULONG r) {
-        tableSize = s;
-        return querySystem(kHandleInformationClass, b, s, r);
+    ULONG returned = 0;
+    const GrownAnswer answer = query_growing(table, 24, false, [&](void *b, ULONG s, PULONG r) {
+        const NtStatus status = querySystem(kHandleInformationClass, b, s, r);
+        returned = *r;
+        return status;
     });
     if (answer.noMemory) return kNoMemory;
     if (answer.status != 0) return kFailed;
 
+    // The count is trusted only as far as the entries the answer says it
+    // returned, and never past the buffer. An answer that states no length
+    // at all is held to the buffer alone, rather than taken as empty.
+    const uint64_t held = returned ? std::min<uint64_t>(returned, answer.size) : answer.size;
     uint64_t count = read_at<ULONG>(table.get(), 0);
-    const uint64_t fits = (tableSize - kHandleTableHeader) / kHandleTableEntry;
+    const uint64_t fits =
+        held < kHandleTableHeader ? 0 : (held - kHandleTableHeader) / kHandleTableEntry;
     if (count > fits) count = fits;
     for (uint64_t i = 0; i < count; ++i) {
         const uint8_t *raw = table.get() + kHandleTableHeader + i * kHandleTableEntry;

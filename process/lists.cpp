@@ -10,8 +10,6 @@
 // Kept as the engine knows it:
 // - The process-status module list covers at most 128 modules: the needed
 //   byte count is clamped to 1024 before it is divided by the handle size.
-// - The native system queries grow their buffers by a fixed step (264 or
-//   292 bytes), not to the length the system reports.
 // - The performance-counter lists skip their first item whatever it is,
 //   and drop every name that merely begins with "Idle", "SYSTEM" or
 //   "_Total" in any case.
@@ -34,6 +32,8 @@
 #include "platform/library.h"
 #include "platform/os.h"
 #include "process/gate.h"
+#include "process/native_query.h"
+#include "process/native_records.h"
 #include "process/privileges.h"
 #include "util/owner.h"
 #include "vxio/process.h"
@@ -86,8 +86,6 @@ using CloseServiceHandleFn = BOOL(WINAPI *)(SC_HANDLE);
 // ---------------------------------------------------------------------------
 // Native records, as the 64-bit system lays them out.
 
-constexpr LONG kInfoLengthMismatch = static_cast<LONG>(0xC0000004);
-
 struct NativeText {  // UNICODE_STRING
     uint16_t length;  // bytes, without terminator
     uint16_t maximumLength;
@@ -95,15 +93,6 @@ struct NativeText {  // UNICODE_STRING
     uint64_t buffer;  // an address, in this process or in the target
 };
 static_assert(sizeof(NativeText) == 16, "native text record");
-
-// System process information (class 5): the fixed part, then the threads.
-constexpr size_t kProcessImageName = 0x38;
-constexpr size_t kProcessId = 0x50;
-constexpr size_t kProcessParentId = 0x58;
-constexpr size_t kProcessThreads = 0x100;
-constexpr size_t kThreadRecord = 0x50;
-constexpr size_t kThreadClientProcess = 0x28;
-constexpr size_t kThreadClientThread = 0x30;
 
 // Basic process information (class 0 of the process query).
 struct BasicInformation {
@@ -115,22 +104,6 @@ struct BasicInformation {
     uint64_t parentProcessId;
 };
 static_assert(sizeof(BasicInformation) == 48, "basic process information");
-
-// One module of RTL_PROCESS_MODULES (class 11 and the debug buffer).
-struct NativeModule {
-    uint64_t section;
-    uint64_t mappedBase;
-    uint64_t imageBase;
-    uint32_t imageSize;
-    uint32_t flags;
-    uint16_t loadOrderIndex;
-    uint16_t initOrderIndex;
-    uint16_t loadCount;
-    uint16_t offsetToFileName;
-    char fullPathName[256];
-};
-static_assert(sizeof(NativeModule) == 296, "native module record");
-constexpr size_t kModulesArray = 8;  // after the 32-bit count, 8-aligned
 
 // Process environment block, loader data, loader entry and parameters.
 constexpr SIZE_T kEnvironmentBlockRead = 644;
@@ -152,8 +125,6 @@ constexpr size_t kParamDllPath = 0x50;
 constexpr size_t kParamImagePath = 0x60;
 constexpr size_t kParamCommandLine = 0x70;
 
-// Debug buffer: where the module information pointer sits.
-constexpr size_t kDebugModuleInformation = 0x60;
 constexpr ULONG kQueryModules = 1;  // RTL_QUERY_PROCESS_MODULES
 
 // ---------------------------------------------------------------------------
@@ -161,20 +132,19 @@ constexpr ULONG kQueryModules = 1;  // RTL_QUERY_PROCESS_MODULES
 // number of steps, so a snapshot or buffer that never ends (or a seam that
 // keeps answering) cannot hang the caller.
 constexpr uint32_t kWalkLimit = 1u << 20;
-// The native list buffers grow by a fixed step; after this many rounds
-// (about 4 MiB at 264 bytes a step) the query counts as failed. Some
-// classes report a required length of 0 on a mismatch, so the reported
-// length is never trusted.
-constexpr uint32_t kNativeRounds = 16384;
 // EnumProcesses doubles its id buffer from 1024 bytes; 16 doublings give
 // 64 MiB (16 M ids). Past that the list is taken as returned.
 constexpr uint32_t kIdBufferDoublings = 16;
 constexpr uint32_t kBasicInfoRounds = 8;
-constexpr uint32_t kLoaderModuleLimit = 65536;
+// The loader's module list lives in the target, which may link it in a
+// loop that never comes back to the head or into a chain without end. The
+// walk takes each entry once, and at most this many entries and bytes:
+// a process of the real world has a few hundred modules, and each costs
+// one entry and one path of at most 258 bytes.
+constexpr uint32_t kLoaderModuleLimit = 8192;
+constexpr size_t kLoaderReadBudget = 2u << 20;
 
 constexpr size_t kText = 260;
-
-
 
 template <typename T>
 T load(const void *base, size_t offset) {
@@ -572,31 +542,22 @@ int32_t pdh_instances(DynArray *list, const char *object) {
 // ---------------------------------------------------------------------------
 // Native queries.
 
-template <typename Fn>
-Fn ntdll_entry(const char *name) {
-    HMODULE ntdll = os.GetModuleHandleA("NTDLL.DLL");
-    if (!ntdll) return nullptr;
-    return reinterpret_cast<Fn>(reinterpret_cast<void *>(os.GetProcAddress(ntdll, name)));
-}
-
-// Queries a system information class into a buffer that starts at step
-// bytes and grows by step bytes per length mismatch. kOk with the buffer
-// and its size, kNoMemory, or kFailed (another status, or no fit after
-// kNativeRounds rounds).
-int32_t query_system(NtQuerySystemInformationFn query, ULONG infoClass, ULONG step,
+// Queries a system information class into a buffer that starts at first
+// bytes and grows as every native query does (process/native_query.h).
+// kOk with the buffer and its size, kNoMemory, or kFailed (another status,
+// or no fit within the bounds).
+int32_t query_system(NtQuerySystemInformationFn query, ULONG infoClass, ULONG first,
                      ZeltaPtr<uint8_t> &buffer, ULONG &size) {
-    size = step;
-    for (uint32_t round = 0; round < kNativeRounds; ++round, size += step) {
-        buffer.reset();  // the smaller block goes before the larger one is asked for
-        buffer.reset(static_cast<uint8_t *>(ZELTA_mymalloc(size)));
-        if (!buffer) return kNoMemory;
-        ULONG reported = 0;
-        const LONG status = query(infoClass, buffer.get(), size, &reported);
-        if (status == 0) return kOk;
-        if (status != kInfoLengthMismatch) return kFailed;
+    const GrownAnswer answer = query_growing(buffer, first, false, [&](void *b, ULONG s, PULONG r) {
+        return query(infoClass, b, s, r);
+    });
+    size = answer.size;
+    if (answer.noMemory) return kNoMemory;
+    if (answer.status != 0) {
+        buffer.reset();
+        return kFailed;
     }
-    buffer.reset();
-    return kFailed;
+    return kOk;
 }
 
 int32_t native_processes(DynArray *processes, DynArray *threads) {
@@ -607,39 +568,44 @@ int32_t native_processes(DynArray *processes, DynArray *threads) {
     const int32_t fetched = query_system(query, 5, 264, buffer, size);
     if (fetched != kOk) return fetched;
 
-    size_t offset = 0;
-    for (uint32_t steps = 0; steps < kWalkLimit && offset + kProcessThreads <= size; ++steps) {
-        const uint8_t *record = buffer.get() + offset;
-        const uint64_t id = load<uint64_t>(record, kProcessId);
-        if (!forbidden_id(id)) {
-            const auto image = load<NativeText>(record, kProcessImageName);
-            char name[kText];
-            const int converted =
-                os.WideCharToMultiByte(CP_ACP, 0, reinterpret_cast<LPCWCH>(image.buffer), -1, name,
-                                       kText, nullptr, nullptr);
-            if (converted > 0) {
+    // Offsets only move forward (read_process_record), so the chain ends;
+    // the step bound is a second guard.
+    ProcessRecord record;
+    for (size_t offset = 0, steps = 0;
+         steps < kWalkLimit && read_process_record(buffer.get(), size, offset, record); ++steps) {
+        if (!forbidden_id(record.processId)) {
+            // The name is converted by its counted length from inside the
+            // answer; one that lies outside it cannot be converted and the
+            // process is skipped. An empty name is listed empty.
+            char name[kText] = {};
+            bool named = record.name != nullptr;
+            if (named && record.nameBytes > 0) {
+                const int converted = os.WideCharToMultiByte(
+                    CP_ACP, 0, reinterpret_cast<LPCWCH>(record.name),
+                    static_cast<int>(record.nameBytes / sizeof(wchar_t)), name, kText - 1, nullptr,
+                    nullptr);
+                named = converted > 0;
+                if (named) name[converted] = '\0';
+            }
+            if (named) {
                 auto *entry = new_record<ProcessEntry>();
                 if (!entry) return kNoMemory;
-                entry->processId = low32(id);
-                entry->parentOrAux = low32(load<uint64_t>(record, kProcessParentId));
+                entry->processId = low32(record.processId);
+                entry->parentOrAux = low32(record.parentId);
                 store_text(entry->name, name);
                 append(processes, entry);
-                const uint32_t threadCount = load<uint32_t>(record, 4);
-                for (uint32_t t = 0; t < threadCount; ++t) {
-                    const size_t at = offset + kProcessThreads + t * kThreadRecord;
-                    if (at + kThreadRecord > size) break;
-                    const uint8_t *thread = buffer.get() + at;
+                for (uint32_t t = 0; t < record.threadCount; ++t) {
+                    const ThreadIds ids = read_thread(buffer.get(), record, t);
                     auto *item = new_record<ThreadEntry>();
                     if (!item) return kNoMemory;
-                    item->threadId = low32(load<uint64_t>(thread, kThreadClientThread));
-                    item->ownerProcessId = low32(load<uint64_t>(thread, kThreadClientProcess));
+                    item->threadId = low32(ids.threadId);
+                    item->ownerProcessId = low32(ids.processId);
                     append(threads, item);
                 }
             }
         }
-        const uint32_t next = load<uint32_t>(record, 0);
-        if (next == 0) break;
-        offset += next;
+        if (record.next == 0) break;
+        offset = record.next;
     }
     return kOk;
 }
@@ -668,22 +634,6 @@ bool find_in(char *out, const char *windows, const char *folder, const char *nam
     return true;
 }
 
-// The module records of an RTL_PROCESS_MODULES block of size bytes.
-const NativeModule *module_records(const uint8_t *block, size_t size, uint32_t &count) {
-    count = size >= sizeof(uint32_t) ? load<uint32_t>(block, 0) : 0;
-    const size_t room = size > kModulesArray ? (size - kModulesArray) / sizeof(NativeModule) : 0;
-    if (count > room) count = static_cast<uint32_t>(room);
-    return reinterpret_cast<const NativeModule *>(block + kModulesArray);
-}
-
-// The module's full path as the system reports it, NUL-terminated.
-void module_full_path(const NativeModule &module, char (&out)[kText]) {
-    const size_t length = strnlen(module.fullPathName, sizeof module.fullPathName);
-    const size_t kept = length < kText - 1 ? length : kText - 1;
-    std::memcpy(out, module.fullPathName, kept);
-    out[kept] = '\0';
-}
-
 int32_t native_kernel_modules(DynArray *list) {
     auto query = ntdll_entry<NtQuerySystemInformationFn>("NtQuerySystemInformation");
     if (!query) return kFailed;
@@ -696,22 +646,17 @@ int32_t native_kernel_modules(DynArray *list) {
     const UINT windowsLength = os.GetWindowsDirectoryA(windows, kText);
     if (windowsLength == 0 || windowsLength >= kText) windows[0] = '\0';
 
-    uint32_t count = 0;
-    const NativeModule *modules = module_records(buffer.get(), size, count);
+    const uint32_t count = module_count(buffer.get(), size);
     for (uint32_t i = 0; i < count; ++i) {
-        const NativeModule &module = modules[i];
+        ModuleRecord module = read_module(buffer.get(), i);
         auto *entry = new_record<SystemModuleEntry>();
         if (!entry) return kNoMemory;
         entry->baseAddress = module.imageBase;
         entry->size = module.imageSize;
-        char full[kText];
-        module_full_path(module, full);
-        const size_t nameAt = module.offsetToFileName;
-        const char *name = nameAt < std::strlen(full) ? full + nameAt : "";
-        if (std::strlen(name) + 1 > kText) {
-            ZELTA_myfree(entry);
-            continue;
-        }
+        // A reported path holds at most 256 bytes, so every file name fits
+        // its 260-character field and no record is dropped for its length.
+        char *full = module.fullPath;
+        const char *name = full + module.fileNameAt;
         store_text(entry->name, name);
         // The driver files are looked for where the system keeps them; the
         // reported path is the fall-back.
@@ -725,24 +670,37 @@ int32_t native_kernel_modules(DynArray *list) {
     return kOk;
 }
 
-// Reads size bytes at address of the target; true only for a full read.
-bool read_target(HANDLE process, uint64_t address, void *out, SIZE_T size) {
-    SIZE_T read = 0;
-    return os.ReadProcessMemory(process, reinterpret_cast<LPCVOID>(address), out, size, &read) &&
-           read == size;
-}
+// Reads from the target within a budget of bytes: true only for a full
+// read, and once the budget is spent every further read fails.
+struct TargetReader {
+    HANDLE process;
+    size_t budget;
+    bool read(uint64_t address, void *out, SIZE_T size) {
+        if (size > budget) return false;
+        budget -= size;
+        SIZE_T read = 0;
+        return os.ReadProcessMemory(process, reinterpret_cast<LPCVOID>(address), out, size,
+                                    &read) &&
+               read == size;
+    }
+};
 
 // Reads a native text from the target and converts at most maxBytes of it
 // into out (outSize bytes, NUL-terminated, normalised). An unreadable or
 // unconvertible text stays empty. kOk or kNoMemory.
-int32_t read_target_text(HANDLE process, const NativeText &text, size_t maxBytes, char *out,
-                         size_t outSize) {
+//
+// Only the bytes that are converted are read, not the length the target
+// states (up to 64 KiB, and the target chooses it): a text whose tail
+// beyond them cannot be read still gives its head, where reading it whole
+// would have failed and left the field empty.
+int32_t read_target_text(TargetReader &reader, const NativeText &text, size_t maxBytes,
+                         char *out, size_t outSize) {
     out[0] = '\0';
-    if (text.length == 0 || text.buffer == 0) return kOk;
-    ZeltaPtr<wchar_t> wide(static_cast<wchar_t *>(ZELTA_mymalloc(text.length)));
+    const size_t bytes = (text.length < maxBytes ? text.length : maxBytes) & ~size_t{1};
+    if (bytes == 0 || text.buffer == 0) return kOk;
+    ZeltaPtr<wchar_t> wide(static_cast<wchar_t *>(ZELTA_mymalloc(bytes)));
     if (!wide) return kNoMemory;
-    if (!read_target(process, text.buffer, wide.get(), text.length)) return kOk;
-    const size_t bytes = text.length < maxBytes ? text.length : maxBytes;
+    if (!reader.read(text.buffer, wide.get(), bytes)) return kOk;
     const int converted =
         os.WideCharToMultiByte(CP_ACP, 0, wide.get(), static_cast<int>(bytes / sizeof(wchar_t)),
                                out, static_cast<int>(outSize - 1), nullptr, nullptr);
@@ -774,20 +732,30 @@ int32_t query_basic(NtQueryInformationProcessFn query, HANDLE process,
 }
 
 int32_t loader_modules(DynArray *list, HANDLE process, uint32_t processId, uint64_t loaderData) {
+    TargetReader reader{process, kLoaderReadBudget};
     uint8_t loader[kLoaderDataRead];
-    if (!read_target(process, loaderData, loader, sizeof loader)) return kOk;
+    if (!reader.read(loaderData, loader, sizeof loader)) return kOk;
+    constexpr uint32_t kSlots = 2 * kLoaderModuleLimit;
+    ZeltaPtr<uint64_t> slots(static_cast<uint64_t *>(ZELTA_mymalloc(kSlots * sizeof(uint64_t))));
+    if (!slots) return kNoMemory;
+    std::memset(slots.get(), 0, kSlots * sizeof(uint64_t));
+    VisitedSet visited(slots.get(), kSlots);
+
+    // The walk ends where the list comes back to its head, at the first
+    // entry it has already taken (a loop that never comes back), at a null
+    // or unreadable link, or when the entries or bytes allowed are spent.
     const uint64_t head = loaderData + kLoaderLoadOrderList;
     uint64_t link = load<uint64_t>(loader, kLoaderLoadOrderList);
-    for (uint32_t n = 0; n < kLoaderModuleLimit && link != head && link != 0; ++n) {
+    while (link != head && visited.add(link)) {
         uint8_t record[kLoaderEntryRead];
-        if (!read_target(process, link, record, sizeof record)) break;
+        if (!reader.read(link, record, sizeof record)) break;
         auto *entry = new_record<ModuleEntry>();
         if (!entry) return kNoMemory;
         entry->processId = processId;
         entry->baseAddress = low32(load<uint64_t>(record, kEntryDllBase));
         entry->size = load<uint32_t>(record, kEntryImageSize);
         entry->extra = low32(load<uint64_t>(record, kEntryEntryPoint));
-        if (read_target_text(process, load<NativeText>(record, kEntryFullName), 258, entry->path,
+        if (read_target_text(reader, load<NativeText>(record, kEntryFullName), 258, entry->path,
                              kText) != kOk) {
             ZELTA_myfree(entry);
             return kNoMemory;
@@ -810,9 +778,10 @@ int32_t native_process_modules(DynArray *list, DWORD processId, ProcessDetails *
     details->exitStatus = static_cast<uint32_t>(basic.exitStatus);
     details->parentProcessId = low32(basic.parentProcessId);
     details->environmentBlockAddress = basic.environmentBlock;
+    // The fixed records and texts below are bounded by their own sizes.
+    TargetReader reader{process.get(), SIZE_MAX};
     uint8_t environment[kEnvironmentBlockRead];
-    if (!read_target(process.get(), details->environmentBlockAddress, environment,
-                     sizeof environment))
+    if (!reader.read(details->environmentBlockAddress, environment, sizeof environment))
         return kOk;
     details->beingDebugged = environment[kEnvBeingDebugged];
     details->ntGlobalFlag = load<uint32_t>(environment, kEnvGlobalFlag);
@@ -825,8 +794,7 @@ int32_t native_process_modules(DynArray *list, DWORD processId, ProcessDetails *
     if (walked != kOk) return walked;
 
     uint8_t parameters[kParametersRead];
-    if (!read_target(process.get(), details->processParameters, parameters, sizeof parameters))
-        return kOk;
+    if (!reader.read(details->processParameters, parameters, sizeof parameters)) return kOk;
     const struct {
         size_t at;
         size_t maxBytes;
@@ -838,7 +806,7 @@ int32_t native_process_modules(DynArray *list, DWORD processId, ProcessDetails *
         {kParamCommandLine, 4094, details->commandLine, sizeof details->commandLine},
     };
     for (const auto &text : texts) {
-        const int32_t read = read_target_text(process.get(), load<NativeText>(parameters, text.at),
+        const int32_t read = read_target_text(reader, load<NativeText>(parameters, text.at),
                                               text.maxBytes, text.field, text.fieldSize);
         if (read != kOk) return read;
     }
@@ -861,22 +829,22 @@ int32_t debug_buffer_modules(DynArray *list, DWORD processId) {
     } destroyer{destroy, debug};
     if (queryDebug(processId, kQueryModules, debug) != 0) return kFailed;
 
-    // A buffer without module information lists nothing. The record gives
-    // no size of the module block, so the count is bounded instead.
-    const auto *block = load<const uint8_t *>(debug, kDebugModuleInformation);
-    if (!block) return kOk;
-    uint32_t count = load<uint32_t>(block, 0);
-    if (count > kLoaderModuleLimit) count = kLoaderModuleLimit;
-    const auto *modules = reinterpret_cast<const NativeModule *>(block + kModulesArray);
+    // A buffer without module information lists nothing. The module block
+    // is written by the queried process: it and its records count only
+    // where they lie inside the part of the buffer that the buffer itself
+    // says is in use and committed; a block outside lists nothing.
+    size_t blockSize = 0;
+    const uint8_t *block =
+        debug_module_block(static_cast<const uint8_t *>(debug), SIZE_MAX, blockSize);
+    const uint32_t count = module_count(block, blockSize);
     for (uint32_t i = 0; i < count; ++i) {
+        ModuleRecord module = read_module(block, i);
         auto *entry = new_record<SystemModuleEntry>();
         if (!entry) return kNoMemory;
-        entry->baseAddress = modules[i].imageBase;
-        entry->size = modules[i].imageSize;
-        char full[kText];
-        module_full_path(modules[i], full);
-        normalise(full);
-        store_text(entry->path, full);
+        entry->baseAddress = module.imageBase;
+        entry->size = module.imageSize;
+        normalise(module.fullPath);
+        store_text(entry->path, module.fullPath);
         append(list, entry);
     }
     return kOk;

@@ -111,8 +111,7 @@ const char *type_text(DWORD type) noexcept {
 }
 
 // Six characters: the codes of the set bits in a fixed order, padded and
-// cut. "G" (guard) and lower-case "x" (execute-only) mark the regions whose
-// failed read is forgiven.
+// cut.
 void protection_text(DWORD protect, char (&text)[8]) noexcept {
     static const struct {
         DWORD bit;
@@ -130,12 +129,6 @@ void protection_text(DWORD protect, char (&text)[8]) noexcept {
     while (n < 6) work[n++] = ' ';
     work[6] = '\0';
     std::memcpy(text, work, 7);
-}
-
-bool read_forgiven(DWORD protect) noexcept {
-    char text[8];
-    protection_text(protect, text);
-    return std::strchr(text, 'G') || std::strchr(text, 'x');
 }
 
 // Reads a whole region into a fresh block; null when the read fails.
@@ -333,8 +326,21 @@ int32_t read_module_memory(uint32_t processId, uint32_t moduleBase, uint32_t mod
     RegionTable regions;
     if (const int32_t built = regions.build(process.get()); built != kOk) return built;
 
-    size_t first = 0;
-    while (first < regions.size() && low32(base_of(regions[first])) != moduleBase) ++first;
+    // Several regions can share the low 32 bits of the base (a private
+    // block a multiple of 4 GiB away from an image, put there by the target
+    // to be scanned in its place): the region that starts an image mapping
+    // is the module; without one the first match is taken, as the engine
+    // knows it.
+    size_t first = regions.size();
+    for (size_t i = 0; i < regions.size(); ++i) {
+        const MEMORY_BASIC_INFORMATION &region = regions[i];
+        if (low32(base_of(region)) != moduleBase) continue;
+        if (region.Type == MEM_IMAGE && region.BaseAddress == region.AllocationBase) {
+            first = i;
+            break;
+        }
+        if (first == regions.size()) first = i;
+    }
     if (first == regions.size()) return kOk;
     // The caller knows the base by its low 32 bits only: the module ends at
     // the full address of the region found plus the size.
@@ -394,19 +400,14 @@ int32_t read_private_memory(void **outBuffer, uint64_t *outCount, uint32_t proce
         if (leaves && !enters) inside = false;
     }
 
-    // First pass proves each gathered region readable and sizes the output
-    // by the regions' sizes: a guard or execute-only region that cannot be
-    // read still counts, and its share stays uninitialised at the end.
+    // The output is sized by the regions' sizes. A region that cannot be
+    // read (no access, guard, or freed by the target since the walk) still
+    // counts and its share stays uninitialised at the end: one such page
+    // must not hide the rest of the process from the scan, so no read has
+    // to prove a region readable first.
     uint64_t total = 0;
-    for (size_t i = 0; i < regions.size(); ++i) {
-        if (!outside.get()[i]) continue;
-        SIZE_T read = 0;
-        bool noMemory = false;
-        ZeltaPtr<uint8_t> block = read_region(process.get(), regions[i], read, noMemory);
-        if (noMemory) return kNoMemory;
-        if (!block && !read_forgiven(regions[i].Protect)) return kFailed;
-        total += regions[i].RegionSize;
-    }
+    for (size_t i = 0; i < regions.size(); ++i)
+        if (outside.get()[i]) total += regions[i].RegionSize;
     ZeltaPtr<uint8_t> out(static_cast<uint8_t *>(ZELTA_mymalloc(total)));
     if (!out) return kNoMemory;
     uint64_t position = 0;
@@ -416,10 +417,7 @@ int32_t read_private_memory(void **outBuffer, uint64_t *outCount, uint32_t proce
         bool noMemory = false;
         ZeltaPtr<uint8_t> block = read_region(process.get(), regions[i], read, noMemory);
         if (noMemory) return kNoMemory;
-        if (!block) {
-            if (read_forgiven(regions[i].Protect)) continue;
-            return kFailed;
-        }
+        if (!block) continue;
         if (position + read > total) {
             *outCount = 0;
             return kFailed;
@@ -468,7 +466,9 @@ int32_t dump_modules(uint32_t processId, const char *reportPath) noexcept {
 }
 
 // Appends one region to its section's dump file; false when the export
-// must fail.
+// must fail: only on our own side (no memory, a dump file that cannot be
+// written). A region of the target that cannot be read is left out of the
+// file and still gets its report line, whatever its protection.
 bool dump_region(HANDLE process, const MEMORY_BASIC_INFORMATION &region, const char *prefix,
                  const char *section) noexcept {
     if (region.State != MEM_COMMIT) return true;
@@ -476,7 +476,7 @@ bool dump_region(HANDLE process, const MEMORY_BASIC_INFORMATION &region, const c
     bool noMemory = false;
     ZeltaPtr<uint8_t> block = read_region(process, region, read, noMemory);
     if (noMemory) return false;
-    if (!block) return read_forgiven(region.Protect);
+    if (!block) return true;
     char name[260];
     dump_file_name(prefix, section, name);
     StreamFile dump(name, "a+b");

@@ -4,13 +4,18 @@
 // against the system interface called directly. What Wine does not do
 // (heap walks, performance counters, kernel modules, debug-buffer modules)
 // is served through the seam's GetProcAddress with recorded answers, as
-// each test says. Every test ends with no library block left.
+// each test says, and so are the hostile answers Wine never gives (records
+// pointing outside their answer, lists without end). A second, hostile
+// child loops its loader list and stretches its texts: every method must
+// come back from it quickly with bounded lists and texts. Every test ends
+// with no library block left.
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <pdh.h>
 #include <tlhelp32.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -24,6 +29,7 @@
 #include "platform/os.h"
 #include "support/heap_ledger.h"
 #include "vxio/process.h"
+#include "vxio/process_memory.h"
 
 using namespace vxio::platform;
 using vxio::test::HeapLedger;
@@ -221,22 +227,78 @@ TEST_F(ProcessLists, NativeProcessesCarryParentNameAndThreads) {
     EXPECT_EQ(child_threads(threads), snapshot_ids(true));
 }
 
-// Replays a query that never fits and reports a required length of 0, as
-// some classes do under Wine; records each length offered.
-std::vector<ULONG> offered;
+// Replays a query that never fits: it reports three times the length
+// offered while that is small, then 0, as some classes do under Wine.
+// Records each length offered and the length reported for it.
+std::vector<std::pair<ULONG, ULONG>> offered;
 LONG NTAPI never_fits(ULONG, PVOID, ULONG length, PULONG reported) {
-    offered.push_back(length);
-    return *reported = 0, static_cast<LONG>(0xC0000004);
+    offered.emplace_back(length, *reported = length < 4096 ? 3 * length : 0);
+    return static_cast<LONG>(0xC0000004);
 }
 
-TEST_F(ProcessLists, NativeQueriesGrowByFixedStepsAndGiveUp) {
+TEST_F(ProcessLists, NativeQueriesGrowToTheReportedSizeOrDoubleAndGiveUp) {
     served["NtQuerySystemInformation"] = fn(&never_fits);
-    for (ULONG step : {264u, 292u}) {
+    for (ULONG first : {264u, 292u}) {
         offered.clear();
         List list, threads;
-        EXPECT_EQ(step == 264 ? VOXA_IO_NativeAPIEnumProcessesThreads(list, threads) : VOXA_IO_NativeAPIEnumModules(list), -1);
-        ASSERT_GT(offered.size(), 3u);
-        for (size_t i = 0; i < offered.size(); ++i) ASSERT_EQ(offered[i], step * (i + 1));
+        EXPECT_EQ(first == 264 ? VOXA_IO_NativeAPIEnumProcessesThreads(list, threads) : VOXA_IO_NativeAPIEnumModules(list), -1);
+        ASSERT_GT(offered.size(), 5u);
+        EXPECT_LE(offered.size(), 24u);
+        EXPECT_EQ(offered.front().first, first);
+        for (size_t i = 1; i < offered.size(); ++i) {
+            const auto [size, reported] = offered[i - 1];
+            ASSERT_EQ(offered[i].first, std::min<ULONG>(reported > size ? reported : 2 * size, 256u << 20)) << i;
+        }
+        EXPECT_EQ(offered.back().first, 256u << 20);  // given up at the largest size
+    }
+}
+
+// Class 5 answers Wine never gives, replayed in the system's layout: two
+// records (ids 8 and 12, the second at 0x200), whose names lie at the end
+// of the answer: L"abcd" counted as 4 bytes, and L"z". Each row spoils one
+// field of the first record. Names are served as offsets and made into
+// addresses inside the buffer asked with; larger values stay addresses.
+std::vector<uint8_t> served_block;
+LONG NTAPI served_system(ULONG infoClass, PVOID out, ULONG length, PULONG reported) {
+    *reported = ULONG(served_block.size());
+    if ((infoClass != 11 && infoClass != 5) || length < served_block.size()) return static_cast<LONG>(0xC0000004);
+    std::memcpy(out, served_block.data(), served_block.size());
+    for (size_t at : {0x40, 0x240})
+        if (auto *name = static_cast<uint64_t *>(out) + at / 8; infoClass == 5 && *name < 0x400) *name += uint64_t(out);
+    return 0;
+}
+
+TEST_F(ProcessLists, NativeProcessRecordsAreReadOnlyInsideTheAnswer) {
+    served["NtQuerySystemInformation"] = fn(&served_system);
+    const struct {
+        size_t at;
+        uint64_t value;  // written over 8 bytes (a 32-bit field and its neighbour)
+        const char *listed;
+    } rows[] = {
+        {0x300, 0, "8:ab/2 12:z/1 of 3"},                     // as the system gives it
+        {0x04, 1000, "8:ab/3 12:z/1 of 4"},                   // thread count: what fits before 0x200
+        {0x40, uint64_t(L"evil"), "12:z/1 of 1"},             // name outside the answer
+        {0x38, 0x200, "12:z/1 of 1"},                         // name running past the end
+        {0x38, 0, "8:/2 12:z/1 of 3"},                        // empty name
+        {0x00, 0x380 | (2ull << 32), "8:ab/2 of 2"},          // next record without room
+        {0x00, 8 | (1000ull << 32), "8:ab/9 of 9"},           // next record inside this one: threads to the end
+    };
+    for (const auto &row : rows) {
+        served_block.assign(0x400, 0);
+        auto put = [](size_t at, uint64_t v) { std::memcpy(&served_block[at], &v, 8); };
+        put(0x00, 0x200 | (2ull << 32)), put(0x38, 4), put(0x40, 0x380), put(0x50, 8), put(0x58, 1);
+        put(0x204, 1), put(0x238, 2), put(0x240, 0x3C0), put(0x250, 12);
+        for (size_t t = 0; t < 9; ++t) put(0x128 + t * 0x50, 8);  // client ids, as far as the answer goes
+        put(0x328, 12);
+        put(0x380, 0x0064'0063'0062'0061), put(0x388, 'X'), put(0x3C0, 'z');  // L"abcdX", L"z"
+        put(row.at, row.value);
+        List processes, threads;
+        ASSERT_EQ(VOXA_IO_NativeAPIEnumProcessesThreads(processes, threads), 0);
+        std::string listed;
+        for (auto *p : processes.items<ProcessEntry>())
+            listed += std::to_string(p->processId) + ":" + p->name + "/" +
+                      std::to_string(threads.items<ThreadEntry>([&](auto &t) { return t.ownerProcessId == p->processId; }).size()) + " ";
+        EXPECT_EQ(listed + "of " + std::to_string(threads.array->count), row.listed) << std::hex << row.at;
     }
 }
 
@@ -253,6 +315,45 @@ TEST_F(ProcessLists, NativeProcessModulesAndDetailsOfTheChild) {
     ASSERT_GT(modules.array->count, 1u);
     EXPECT_EQ(modules.items<ModuleEntry>()[0]->path, child.path);  // load order: the exe first
     EXPECT_EQ(modules.items<ModuleEntry>([](auto &m) { return m.path == child.modulePath; }).size(), 1u);
+}
+
+// A target whose loader list never ends, served through the seam: entry i
+// links to entry i + 1 for ever, and each entry's path claims pathLength
+// bytes of L'x' of which only the first 4 KiB can be read.
+constexpr uint64_t kPeb = 0x7000'0000, kLoader = 0x7000'1000, kEntries = 0x1'0000'0000, kTexts = 0x8'0000'0000;
+uint16_t pathLength = 0;
+size_t servedBytes = 0;
+BOOL WINAPI endless_target(HANDLE, LPCVOID from, LPVOID out, SIZE_T size, SIZE_T *read) {
+    const auto at = reinterpret_cast<uint64_t>(from);
+    auto put = [&](size_t offset, uint64_t value) { std::memcpy(static_cast<uint8_t *>(out) + offset, &value, 8); };
+    servedBytes += size, *read = 0;
+    std::memset(out, 0, size);
+    if (at == kPeb) put(0x18, kLoader);
+    else if (at == kLoader) put(0x10, kEntries);
+    else if (at >= kEntries && at < kTexts) put(0, at + 0x100), put(0x48, pathLength | uint64_t(pathLength) << 16), put(0x50, kTexts);
+    else if (at >= kTexts && size <= 4096) std::fill_n(static_cast<wchar_t *>(out), size / 2, L'x');
+    else return FALSE;
+    return *read = size, TRUE;
+}
+LONG NTAPI endless_basic(HANDLE, ULONG, PVOID out, ULONG length, PULONG) {
+    if (length != 48) return static_cast<LONG>(0xC0000004);
+    return std::memset(out, 0, 48), std::memcpy(static_cast<uint8_t *>(out) + 8, &kPeb, 8), 0;
+}
+
+TEST_F(ProcessLists, LoaderWalkStopsAtItsEntryAndByteBounds) {
+    served["NtQueryInformationProcess"] = fn(&endless_basic);
+    SeamEntry read(&OsTable::ReadProcessMemory, &endless_target);
+    for (uint16_t length : {0, 0xFFFE}) {  // without paths the entries run out first, with them the bytes
+        pathLength = length, servedBytes = 0;
+        List modules;
+        auto details = std::make_unique<ProcessDetails>();
+        ASSERT_EQ(VOXA_IO_NativeAPIEnumProcesseModules(modules, int32_t(child.id), details.get()), 0);
+        auto items = modules.items<ModuleEntry>();
+        EXPECT_LE(servedBytes, (2u << 20) + 644 + 832);  // the walk, the environment block, the parameters
+        ASSERT_EQ(items.size() == 8192, length == 0) << items.size();
+        EXPECT_GT(items.size(), 4000u);
+        EXPECT_EQ(items[0]->path, length ? std::string(129, 'x') : "");  // the head of a text whose tail is unreadable
+    }
 }
 
 // ---------------------------------------------------------------------------
@@ -316,6 +417,45 @@ TEST_F(ProcessLists, EntryGateOfEveryExport) {
     EXPECT_EQ(VOXA_IO_NativeAPIEnumProcessesThreads(processes, nullptr), -2);
 }
 
+// The hostile child (tests/child/child.cpp): a loader list that loops back
+// to its second entry and texts that claim 0xFFFE bytes without a
+// terminator. Wine's own module walks (the process-status module list and
+// every tool-help module snapshot, so also the memory exports built on
+// them) follow the loop for ever, so they are not asked about it; every
+// other method is, and each comes back within seconds.
+TEST_F(ProcessLists, HostileChildIsWalkedOnceAndItsTextsBounded) {
+    SetEnvironmentVariableA("VXIO_CHILD_HOSTILE", "1");
+    vxio::test::ChildProcess hostile;
+    SetEnvironmentVariableA("VXIO_CHILD_HOSTILE", nullptr);
+    ASSERT_NE(hostile.pid, 0u);
+    for (const Export &e : exports) {
+        if (!e.entry || std::string(e.entry) == "GetModuleInformation") continue;  // Wine's walks
+        SCOPED_TRACE(e.entry);
+        const ULONGLONG start = GetTickCount64();
+        List list;
+        const int32_t result = e.call(list, hostile.pid);
+        EXPECT_TRUE(result == 0 || result == -1) << result;
+        EXPECT_LT(GetTickCount64() - start, 5000u);
+        RevertToSelf();  // the debug-buffer export leaves its impersonation
+    }
+    List modules;
+    auto details = std::make_unique<ProcessDetails>();
+    ASSERT_EQ(VOXA_IO_NativeAPIEnumProcesseModules(modules, int32_t(hostile.pid), details.get()), 0);
+    std::set<uint32_t> bases;
+    for (auto *m : modules.items<ModuleEntry>()) bases.insert(m->baseAddress);
+    EXPECT_EQ(bases.size(), modules.array->count);  // each module once
+    EXPECT_GT(bases.size(), 3u);
+    EXPECT_EQ(modules.items<ModuleEntry>()[0]->path, child.path);
+    EXPECT_EQ(modules.items<ModuleEntry>([](auto &m) { return m.path == std::string(129, 'x'); }).size(), 1u);
+    EXPECT_EQ(details->imagePath, std::string(129, 'x'));
+    EXPECT_EQ(details->commandLine, std::string(2047, 'y'));
+    EXPECT_STREQ(details->dllPath, "");
+    ProcessHandleQuery query{};
+    query.handle = uint64_t(hostile.info.hProcess);
+    ASSERT_EQ(VOXA_IO_NativeAPIProcessInfoFromHandle(&query), 0);
+    EXPECT_EQ(query.imagePath, std::string(129, 'x'));
+}
+
 // ---------------------------------------------------------------------------
 // Services: the real manager, and replayed first calls that end the list.
 
@@ -340,7 +480,9 @@ TEST_F(ProcessLists, ServicesMatchTheManager) {
     ASSERT_EQ(VOXA_IO_CreateWin32ServiceList(services), 0);
     for (auto *s : services.items<ServiceEntry>()) {
         ours.insert(s->serviceName);
-        EXPECT_TRUE(s->currentState == SERVICE_RUNNING || s->processId == 0) << s->serviceName;
+        // A stopped service has no process; one that is starting or
+        // stopping (Wine starts some on demand) may have one.
+        EXPECT_TRUE(s->currentState != SERVICE_STOPPED || s->processId == 0) << s->serviceName;
     }
     EXPECT_GT(ours.size(), 5u);
     EXPECT_EQ(ours, direct);
@@ -368,18 +510,12 @@ std::vector<uint8_t> module_block(const std::vector<std::string> &paths, size_t 
     }
     return block;
 }
-std::vector<uint8_t> served_block;
-LONG NTAPI served_modules(ULONG infoClass, PVOID out, ULONG length, PULONG reported) {
-    *reported = ULONG(served_block.size());
-    if (infoClass != 11 || length < served_block.size()) return static_cast<LONG>(0xC0000004);
-    return std::memcpy(out, served_block.data(), served_block.size()), 0;
-}
 
 TEST_F(ProcessLists, KernelModulesAreFoundWhereTheSystemKeepsThem) {
     // One in system32, one in its drivers folder, one only where reported.
     served_block = module_block({"\\SystemRoot\\system32\\NTOSKRNL.EXE", "\\SystemRoot\\Somewhere\\MountMgr.sys",
                                  "\\??\\C:\\Elsewhere\\NOTHERE.SYS"});
-    served["NtQuerySystemInformation"] = fn(&served_modules);
+    served["NtQuerySystemInformation"] = fn(&served_system);
     vxio::test::each_allocation_fails([](HeapLedger &inner) {
         List modules;
         if (!modules.array) return;  // the test's own list was the one refused
@@ -404,18 +540,29 @@ LONG NTAPI served_query(ULONG, ULONG flags, void *) { return flags == 1 ? 0 : -1
 LONG NTAPI served_destroy(void *) { return ++destroyed, 0; }
 
 TEST_F(ProcessLists, DebugBufferModulesLeaveTheThreadImpersonating) {
-    served_block = module_block({"\\SystemRoot\\system32\\Kernel32.DLL"}, 0x100);
-    *reinterpret_cast<uint8_t **>(&served_block[0x60]) = &served_block[0x100];  // module information
     served = {{"RtlCreateQueryDebugBuffer", fn(&served_create)}, {"RtlQueryProcessDebugInformation", fn(&served_query)},
               {"RtlDestroyQueryDebugBuffer", fn(&served_destroy)}};
-    destroyed = 0;
-    List modules;
-    ASSERT_EQ(VOXA_IO_NativeDebugAPIEnumProcesseModules(modules, child.id), 0);
-    EXPECT_EQ(destroyed, 1);
-    auto items = modules.items<SystemModuleEntry>();
-    ASSERT_EQ(items.size(), 1u);
-    EXPECT_STREQ(items[0]->name, "");
-    EXPECT_STREQ(items[0]->path, "c:\\windows\\system32\\kernel32.dll");
+    const std::vector<uint8_t> elsewhere = module_block({"\\??\\C:\\ELSEWHERE.DLL"});
+    // As the system fills it; then, written by a hostile target, a module
+    // block outside the buffer, a part in use that ends inside the one
+    // record, and a count past the buffer.
+    for (auto [at, value] : std::vector<std::pair<size_t, uint64_t>>{
+             {0x80, 0}, {0x60, uint64_t(elsewhere.data())}, {0x48, 0x200}, {0x100, 1000}}) {
+        served_block = module_block({"\\SystemRoot\\system32\\Kernel32.DLL"}, 0x100);
+        *reinterpret_cast<uint8_t **>(&served_block[0x60]) = &served_block[0x100];  // module information
+        *reinterpret_cast<uint64_t *>(&served_block[0x48]) = served_block.size();  // in use
+        *reinterpret_cast<uint64_t *>(&served_block[0x50]) = served_block.size();  // committed
+        *reinterpret_cast<uint64_t *>(&served_block[at]) = value;
+        destroyed = 0;
+        List modules;
+        ASSERT_EQ(VOXA_IO_NativeDebugAPIEnumProcesseModules(modules, child.id), 0);
+        EXPECT_EQ(destroyed, 1);
+        auto items = modules.items<SystemModuleEntry>();
+        EXPECT_EQ(items.size(), at == 0x60 || at == 0x48 ? 0u : 1u) << std::hex << at;
+        if (items.size() != 1) continue;
+        EXPECT_STREQ(items[0]->name, "");
+        EXPECT_STREQ(items[0]->path, "c:\\windows\\system32\\kernel32.dll");
+    }
     HANDLE token = nullptr;  // a thread that does not impersonate has no token
     EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, &token));
     if (token) CloseHandle(token);

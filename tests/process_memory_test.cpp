@@ -176,10 +176,10 @@ TEST_F(ProcessMemory, ReadsReturnTheChildsBuffer) {
 // size as other processes open handles, and with it the number of
 // allocations a call makes.
 std::vector<uint8_t> replayed_handles;
-LONG NTAPI replay_handles(ULONG cls, PVOID buffer, ULONG size, PULONG) {
+LONG NTAPI replay_handles(ULONG cls, PVOID buffer, ULONG size, PULONG reported) {
     if (cls != 16) return static_cast<LONG>(0xC0000003);
     if (size < replayed_handles.size()) return static_cast<LONG>(0xC0000004);
-    memcpy(buffer, replayed_handles.data(), replayed_handles.size());
+    memcpy(buffer, replayed_handles.data(), *reported = ULONG(replayed_handles.size()));
     return 0;
 }
 void record_handles_of(DWORD pid) {
@@ -294,6 +294,62 @@ TEST_F(ProcessMemory, RegionTableLimits) {
     }
 }
 
+// A recorded address space: a private page whose base has the low 32 bits
+// of an image mapping's base 4 GiB above, and a second private page that
+// cannot be read (ReadProcessMemory fails, as Windows answers for a
+// no-access page or one the target freed since the walk). Readable pages
+// read as 'P' (private) and 'I' (image).
+SIZE_T WINAPI recorded_regions(HANDLE, LPCVOID at, PMEMORY_BASIC_INFORMATION region, SIZE_T) {
+    static const struct { uintptr_t base; DWORD state, type; } kTable[] = {
+        {0, MEM_FREE, 0}, {0x10000, MEM_COMMIT, MEM_PRIVATE}, {0x11000, MEM_COMMIT, MEM_PRIVATE},
+        {0x12000, MEM_FREE, 0}, {0x100010000, MEM_COMMIT, MEM_IMAGE}, {0x100011000, MEM_FREE, 0},
+        {0x800000000000, 0, 0}};  // past the highest application address: the walk ends before
+    size_t i = 0;
+    while (kTable[i + 1].base <= reinterpret_cast<uintptr_t>(at)) ++i;
+    *region = MEMORY_BASIC_INFORMATION{};
+    region->BaseAddress = region->AllocationBase = reinterpret_cast<void *>(kTable[i].base);
+    region->RegionSize = kTable[i + 1].base - kTable[i].base;
+    region->State = kTable[i].state;
+    region->Type = kTable[i].type;
+    region->Protect = region->AllocationProtect = kTable[i].state == MEM_COMMIT ? PAGE_READWRITE : 0;
+    return sizeof *region;
+}
+BOOL WINAPI recorded_read(HANDLE, LPCVOID at, LPVOID into, SIZE_T size, SIZE_T *read) {
+    if (reinterpret_cast<uintptr_t>(at) == 0x11000) return FALSE;
+    memset(into, reinterpret_cast<uintptr_t>(at) == 0x10000 ? 'P' : 'I', size);
+    *read = size;
+    return TRUE;
+}
+
+TEST_F(ProcessMemory, RecordedRegionsUnreadableAndLookalike) {
+    TempDir dir;
+    SeamEntry<decltype(OsTable::VirtualQueryEx)> regions(&OsTable::VirtualQueryEx, recorded_regions);
+    SeamEntry<decltype(OsTable::ReadProcessMemory)> reads(&OsTable::ReadProcessMemory, recorded_read);
+    const DWORD self = GetCurrentProcessId();
+    void *out = nullptr;
+    uint64_t count = 0;
+    // The module at 0x10000 is the image, not the private page before it.
+    ASSERT_EQ(VOXA_IO_ReadWin32ProcessModuleMemory(self, 0x10000, 0x1000, &out, &count), 0);
+    EXPECT_TRUE(std::string(static_cast<char *>(out), count) == std::string(0x1000, 'I'));
+    ZELTA_myfree(out);
+    // The unreadable page counts at its size, its share left at the end.
+    ASSERT_EQ(VOXA_IO_ReadWin32ProcessVirtualAllocMemory(&out, &count, self), 0);
+    ASSERT_EQ(count, 0x3000u);
+    EXPECT_TRUE(std::string(static_cast<char *>(out), 0x2000) == std::string(0x1000, 'P') + std::string(0x1000, 'I'));
+    ZELTA_myfree(out);
+    // The dump writes its line and no bytes for it.
+    char previous[MAX_PATH];
+    GetCurrentDirectoryA(MAX_PATH, previous);
+    ASSERT_TRUE(SetCurrentDirectoryA(dir.path().c_str()));
+    dir.write("modules.tmp", "END\nffff\nffff");
+    const int32_t dumped = VOXA_IO_DumpCompleteWin32ProcessMemory(self, "", "report.txt");
+    SetCurrentDirectoryA(previous);
+    EXPECT_EQ(dumped, 0);
+    EXPECT_NE(slurp(dir.file("report.txt")).find("\r\n00011000 Commit RW     00001000 00011000 Private  RW    \r\n"),
+              std::string::npos);
+    EXPECT_TRUE(slurp(dir.file("UNKNOWN-0_memDump")) == std::string(0x1000, 'P') + std::string(0x1000, 'I'));
+}
+
 TEST_F(ProcessMemory, DumpsWriteTheReportIndexAndRawFiles) {
     TempDir dir;
     Child child;
@@ -389,8 +445,9 @@ TEST_F(ProcessMemory, FromHandleQueriesNameTheChild) {
     EXPECT_STREQ(notFile.name, "*");
 }
 
-LONG NTAPI answers_every_handle(HANDLE, PVOID, PVOID buffer, ULONG, ULONG) {
+LONG NTAPI answers_every_handle(HANDLE, PVOID io, PVOID buffer, ULONG, ULONG) {
     const ULONG bytes = 4;
+    static_cast<ULONG_PTR *>(io)[1] = 4 + bytes;
     memcpy(buffer, &bytes, 4);
     memcpy(static_cast<uint8_t *>(buffer) + 4, L"\\t", bytes);
     return 0;
@@ -454,21 +511,30 @@ TEST_F(ProcessMemory, HandleEnumerationFindsTheChildsFiles) {
     VOXA_arrFree(processes, 1);
 }
 
-// A recorded handle table of one entry: our own file handle, typed "File"
-// (index 28) as Windows numbers it, answered by a file-name query that
-// either hangs or returns a native path.
+// A recorded handle table that returns one entry (and counts two): our own
+// file handle, typed "File" (index 28) as Windows numbers it or "Event"
+// (9), answered by a file-name query and an object-name query that each
+// hang, fail or answer (the file name's length past the bytes returned,
+// the object's text outside the buffer or too long).
+enum Answer { kAnswers, kHangs, kFails, kShort, kOutside, kOverlong };
+enum Worker { kPrompt, kSlow, kNone };  // kNone: no thread can be started
 struct Recorded {
     static inline HANDLE file;
     static inline HANDLE release;
     static inline void *lostBlock;
-    static inline bool hang, killFails, slowStart;
+    static inline Answer fileAnswer, objectAnswer;
+    static inline uint8_t type;
+    static inline Worker start;
+    static inline bool killFails;
     static inline DWORD testThread;
     static inline DWORD waitAnswer;
     static inline HANDLE worker;
     static inline void *workerBlock;
     static HANDLE WINAPI create_thread(LPSECURITY_ATTRIBUTES s, SIZE_T z, LPTHREAD_START_ROUTINE r,
                                        LPVOID p, DWORD f, LPDWORD id) {
+        if (start == kNone) return nullptr;
         HANDLE h = HandleAccount::create_thread(s, z, r, p, f, id);
+        if (worker) CloseHandle(worker);  // a handle's first worker, when it has two
         DuplicateHandle(GetCurrentProcess(), h, GetCurrentProcess(), &worker, 0, FALSE, DUPLICATE_SAME_ACCESS);
         workerBlock = p;
         return h;
@@ -478,34 +544,57 @@ struct Recorded {
     }
     // The worker's first call: slowed down, it stands for a loaded machine.
     static HMODULE WINAPI module_handle(LPCSTR name) {
-        if (slowStart && GetCurrentThreadId() != testThread) Sleep(900);
+        if (start == kSlow && GetCurrentThreadId() != testThread) Sleep(900);
         return real_os.GetModuleHandleA(name);
     }
     static BOOL WINAPI terminate(HANDLE h, DWORD code) {
         return killFails ? FALSE : real_os.TerminateThread(h, code);
     }
+    // Two entries counted, one returned: the second is no part of the answer.
     static LONG NTAPI system(ULONG cls, PVOID buffer, ULONG size, PULONG reported) {
         if (cls != 16) return static_cast<LONG>(0xC0000003);
-        if (size < 32) return static_cast<LONG>(0xC0000004);  // no length reported, as Wine does
+        if (size < 56) return static_cast<LONG>(0xC0000004);  // no length reported, as Wine does
         auto *b = static_cast<uint8_t *>(buffer);
-        memset(b, 0, 32);
-        b[0] = 1;
+        memset(b, 0, 56);
+        b[0] = 2;
         const auto pid = static_cast<USHORT>(GetCurrentProcessId());
         const auto value = static_cast<USHORT>(reinterpret_cast<uintptr_t>(file));
-        memcpy(b + 8, &pid, 2);
-        b[12] = 28;
-        memcpy(b + 14, &value, 2);
+        for (uint8_t *entry : {b + 8, b + 32}) {
+            memcpy(entry, &pid, 2);
+            entry[4] = type;
+            memcpy(entry + 6, &value, 2);
+        }
+        *reported = 32;
         return 0;
     }
-    static LONG NTAPI file_name(HANDLE, PVOID, PVOID buffer, ULONG, ULONG) {
-        if (hang) {
-            lostBlock = buffer;
-            WaitForSingleObject(release, INFINITE);
-        }
+    // Killed, it never returns; left on the calling thread, it answers late.
+    static void hang(PVOID buffer) {
+        lostBlock = buffer;
+        WaitForSingleObject(release, 3000);
+    }
+    static LONG NTAPI file_name(HANDLE, PVOID io, PVOID buffer, ULONG, ULONG) {
+        if (fileAnswer == kFails) return static_cast<LONG>(0xC0000008);
+        if (fileAnswer == kHangs) hang(buffer);
         const wchar_t name[] = L"\\??\\C:\\Data\\File.TXT";
         const ULONG bytes = sizeof name - 2;
         memcpy(buffer, &bytes, 4);
         memcpy(static_cast<uint8_t *>(buffer) + 4, name, bytes);
+        static_cast<ULONG_PTR *>(io)[1] = 4 + bytes - (fileAnswer == kShort ? 2 : 0);
+        return 0;
+    }
+    static LONG NTAPI object(HANDLE, ULONG cls, PVOID buffer, ULONG size, PULONG reported) {
+        static const wchar_t kElsewhere[] = L"\\Elsewhere";
+        if (cls != 1) return static_cast<LONG>(0xC0000003);  // the type, which is not kept
+        *reported = 64;
+        if (size < 64) return static_cast<LONG>(0x80000005);
+        if (objectAnswer == kHangs) hang(buffer);
+        auto *b = static_cast<uint8_t *>(buffer);
+        const wchar_t name[] = L"\\Device\\Thing";
+        memcpy(b + 16, name, sizeof name);
+        const USHORT length = objectAnswer == kOverlong ? 64 : sizeof name - 2;
+        const void *text = objectAnswer == kOutside ? static_cast<const void *>(kElsewhere) : b + 16;
+        memcpy(b, &length, 2);
+        memcpy(b + 8, &text, 8);
         return 0;
     }
 };
@@ -516,7 +605,8 @@ TEST_F(ProcessMemory, NamingWorkerIsBoundedAndItsOutcomesMarked) {
                                  OPEN_EXISTING, 0, nullptr);
     Recorded::release = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     served = {{"NtQuerySystemInformation", as_farproc(&Recorded::system)},
-              {"NtQueryInformationFile", as_farproc(&Recorded::file_name)}};
+              {"NtQueryInformationFile", as_farproc(&Recorded::file_name)},
+              {"NtQueryObject", as_farproc(&Recorded::object)}};
     SeamEntry<decltype(OsTable::GetProcAddress)> seam(&OsTable::GetProcAddress, serving_get_proc_address);
     DynArray *processes = VOXA_arrNew(), *out = VOXA_arrNew();
     SeamEntry<decltype(OsTable::CreateThread)> threads(&OsTable::CreateThread, Recorded::create_thread);
@@ -525,21 +615,35 @@ TEST_F(ProcessMemory, NamingWorkerIsBoundedAndItsOutcomesMarked) {
     SeamEntry<decltype(OsTable::GetModuleHandleA)> modules(&OsTable::GetModuleHandleA, Recorded::module_handle);
     Recorded::testThread = GetCurrentThreadId();
     // A worker that is slow to reach its query is waited for: only a query
-    // that has run for 500 ms is given up on.
+    // that has run for 500 ms is given up on. A handle without a file name
+    // (or a short one), or an "Event" with no description, is named by the
+    // object query, on a worker too: with none, nothing is asked.
     struct {
-        bool hang, slowStart;
+        uint8_t type;
+        Answer file, object;
+        Worker start;
         DWORD wait;       // 0: the real wait
         bool killFails;
         const char *name;
-    } cases[] = {{false, false, 0, false, "c:\\data\\file.txt"},
-                 {false, true, 0, false, "c:\\data\\file.txt"},
-                 {true, false, 0, false, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__"},
-                 {true, true, 0, false, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__"},
-                 {false, false, WAIT_FAILED, false, "__OBJECT_UNSAFE_TO_ACCESS__COULD_NOT_WAIT_FOR_THREAD__"},
-                 {false, false, WAIT_TIMEOUT, true, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_NOT_TERMINATED__"}};
+    } cases[] = {{28, kAnswers, kAnswers, kPrompt, 0, false, "c:\\data\\file.txt"},
+                 {28, kAnswers, kAnswers, kSlow, 0, false, "c:\\data\\file.txt"},
+                 {28, kHangs, kAnswers, kPrompt, 0, false, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__"},
+                 {28, kHangs, kAnswers, kSlow, 0, false, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__"},
+                 {28, kAnswers, kAnswers, kPrompt, WAIT_FAILED, false, "__OBJECT_UNSAFE_TO_ACCESS__COULD_NOT_WAIT_FOR_THREAD__"},
+                 {28, kAnswers, kAnswers, kPrompt, WAIT_TIMEOUT, true, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_NOT_TERMINATED__"},
+                 {28, kAnswers, kAnswers, kNone, 0, false, "__FAILED_TO_ACCESS_OBJECT_INFO__"},
+                 {28, kFails, kAnswers, kPrompt, 0, false, "\\Device\\Thing"},
+                 {28, kShort, kAnswers, kPrompt, 0, false, "\\Device\\Thing"},
+                 {9, kAnswers, kAnswers, kPrompt, 0, false, "\\Device\\Thing"},
+                 {28, kFails, kHangs, kPrompt, 0, false, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__"},
+                 {9, kAnswers, kHangs, kPrompt, 0, false, "__OBJECT_UNSAFE_TO_ACCESS__THREAD_TERMINATED__"},
+                 {28, kFails, kOutside, kPrompt, 0, false, "__FAILED_TO_ACCESS_OBJECT_INFO__"},
+                 {28, kFails, kOverlong, kPrompt, 0, false, "__FAILED_TO_ACCESS_OBJECT_INFO__"}};
     for (const auto &c : cases) {
-        Recorded::hang = c.hang;
-        Recorded::slowStart = c.slowStart;
+        Recorded::type = c.type;
+        Recorded::fileAnswer = c.file;
+        Recorded::objectAnswer = c.object;
+        Recorded::start = c.start;
         Recorded::waitAnswer = c.wait;
         Recorded::killFails = c.killFails;
         Recorded::lostBlock = nullptr;
@@ -549,10 +653,10 @@ TEST_F(ProcessMemory, NamingWorkerIsBoundedAndItsOutcomesMarked) {
                             std::chrono::steady_clock::now() - start).count();
         ASSERT_EQ(out->count, 1u);
         const auto *entry = static_cast<HandleEntry *>(out->items[0]);
-        EXPECT_STREQ(entry->objectName, c.name);
-        EXPECT_STREQ(entry->typeName, "File");
+        EXPECT_STREQ(entry->objectName, c.name) << int(&c - cases);
+        EXPECT_STREQ(entry->typeName, c.type == 28 ? "File" : "Event");
         EXPECT_EQ(entry->handleValue, reinterpret_cast<uintptr_t>(Recorded::file));
-        const long long least = (c.slowStart ? 900 : 0) + (c.hang ? 450 : 0);
+        const long long least = (c.start == kSlow ? 900 : 0) + (c.file == kHangs || c.object == kHangs ? 450 : 0);
         EXPECT_TRUE(ms >= least && ms < least + 2500) << ms << " ms";
         // A killed worker's buffer, and the query block of a worker left
         // running, are abandoned by design: collect them here.
@@ -562,6 +666,7 @@ TEST_F(ProcessMemory, NamingWorkerIsBoundedAndItsOutcomesMarked) {
             ZELTA_myfree(Recorded::workerBlock);
         }
         CloseHandle(Recorded::worker);
+        Recorded::worker = nullptr;
         VOXA_arrClear(out, 1);
     }
     VOXA_arrFree(out, 1);

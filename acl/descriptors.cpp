@@ -431,31 +431,12 @@ uint32_t list_object(Engine &engine, const std::string &name) {
 
 namespace {
 
-// Lines of a restore file as the text-mode reader gives them: CR LF read
-// as LF, and lines cut after 4095 characters.
-std::vector<std::string> file_lines(const std::string &raw) {
-    std::string text;
-    for (size_t i = 0; i < raw.size(); ++i)
-        if (!(raw[i] == '\r' && i + 1 < raw.size() && raw[i + 1] == '\n')) text += raw[i];
-    std::vector<std::string> lines;
-    std::string line;
-    for (char ch : text) {
-        line += ch;
-        if (ch == '\n' || line.size() == 4095) {
-            lines.push_back(line);
-            line.clear();
-        }
-    }
-    if (!line.empty()) lines.push_back(line);
-    return lines;
-}
-
 uint32_t restore_record(Engine &engine, const std::string &text,
                         decltype(&::ConvertStringSecurityDescriptorToSecurityDescriptorA) toSd) {
-    // The line end left behind a record's terminator is no record.
-    if (text.find_first_not_of("\r\n") == std::string::npos) return kOk;
     RestoreRecord record;
-    if (!parse_restore_record(text, record)) return kBadArgument;
+    const RestoreParse parsed = parse_restore_record(text, record);
+    if (parsed == RestoreParse::kNothing) return kOk;
+    if (parsed != RestoreParse::kRecord) return kBadArgument;
     if (filtered_out(engine, record.objectName)) return kOk;
     const uint32_t bits = security_information_from_sddl(record.sddl);
     PSECURITY_DESCRIPTOR relative = nullptr;
@@ -486,11 +467,7 @@ uint32_t restore(Engine &engine) {
         DWORD done = 0;
         while (os.ReadFile(in.get(), chunk, sizeof chunk, &done, nullptr) && done)
             raw.append(chunk, done);
-        // A listing file holds one "sddl" record a line, each still ending
-        // in its ">>>": lines are split like the caller's text, so that what
-        // List wrote can be restored as it is.
-        for (const std::string &line : file_lines(raw))
-            for (std::string &piece : split_restore_text(line)) records.push_back(std::move(piece));
+        records = split_restore_file(raw);
     }
     RuntimeLibrary advapi("Advapi32.dll");
     if (!advapi.loaded()) return kLibraryMissing;

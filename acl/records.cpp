@@ -198,12 +198,16 @@ uint32_t list_information(const std::string &sddl, const char *section, uint32_t
 }
 
 // The decimal type number of a restore record: its leading digits, 0 when
-// there are none (the platform then refuses the object).
-uint32_t decimal_prefix(const std::string &text) {
+// there are none (the platform then refuses the object). A number too big
+// for 32 bits is held at the largest one, which no object type has, rather
+// than wrapping round to a type that exists (4294967297 would be a file).
+uint32_t decimal_prefix(std::string_view text) {
     uint32_t value = 0;
     for (char c : text) {
         if (c < '0' || c > '9') break;
-        value = value * 10 + static_cast<uint32_t>(c - '0');
+        const uint32_t digit = static_cast<uint32_t>(c - '0');
+        if (value > (UINT32_MAX - digit) / 10) return UINT32_MAX;
+        value = value * 10 + digit;
     }
     return value;
 }
@@ -242,15 +246,31 @@ std::string list_record(const AclCommand &command, const std::string &objectName
     }
 }
 
-std::vector<std::string> split_restore_text(const std::string &text) {
+std::vector<std::string> split_restore_text(std::string_view text) {
     std::vector<std::string> records;
     size_t at = text.find_first_not_of('>');
-    while (at != std::string::npos) {
+    while (at != std::string_view::npos) {
         const size_t end = text.find('>', at);
-        records.push_back(text.substr(at, end == std::string::npos ? std::string::npos : end - at));
+        records.emplace_back(text.substr(at, end == std::string_view::npos ? text.npos : end - at));
+        if (end == std::string_view::npos) break;
         at = text.find_first_not_of('>', end);
-        if (end == std::string::npos) break;
     }
+    return records;
+}
+
+std::vector<std::string> split_restore_file(std::string_view bytes) {
+    std::vector<std::string> records;
+    std::string line;
+    auto take_line = [&] {
+        for (std::string &piece : split_restore_text(line)) records.push_back(std::move(piece));
+        line.clear();
+    };
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        if (bytes[i] == '\r' && i + 1 < bytes.size() && bytes[i + 1] == '\n') continue;
+        line += bytes[i];
+        if (bytes[i] == '\n' || line.size() == kRestoreLineLength) take_line();
+    }
+    if (!line.empty()) take_line();
     return records;
 }
 
@@ -260,22 +280,24 @@ std::vector<std::string> split_restore_text(const std::string &text) {
 //   -> name C:\data\a.txt, type 1, SDDL O:BAD:AI(A;OICIID;FR;;;BU)
 // The name ends at the first '",' and the type at the next ',"', so a name
 // may hold commas but not '",'.
-bool parse_restore_record(std::string record, RestoreRecord &out) {
-    if (!record.empty() && record.back() == '\n') record.pop_back();
-    if (!record.empty() && record.back() == '\r') record.pop_back();
-    if (!record.empty() && record.back() == '"') record.pop_back();
-    if (!record.empty() && record[0] == '"') record.erase(0, 1);
+RestoreParse parse_restore_record(std::string_view record, RestoreRecord &out) {
+    // The line end left behind a record's terminator is no record.
+    if (record.find_first_not_of("\r\n") == std::string_view::npos) return RestoreParse::kNothing;
+    if (!record.empty() && record.back() == '\n') record.remove_suffix(1);
+    if (!record.empty() && record.back() == '\r') record.remove_suffix(1);
+    if (!record.empty() && record.back() == '"') record.remove_suffix(1);
+    if (!record.empty() && record[0] == '"') record.remove_prefix(1);
 
     const size_t nameEnd = record.find("\",");
-    if (nameEnd == std::string::npos) return false;
+    if (nameEnd == std::string_view::npos) return RestoreParse::kMalformed;
     const size_t typeStart = nameEnd + 2;
     const size_t typeEnd = record.find(",\"", typeStart);
-    if (typeEnd == std::string::npos) return false;
+    if (typeEnd == std::string_view::npos) return RestoreParse::kMalformed;
 
-    out.objectName = record.substr(0, nameEnd);
+    out.objectName = std::string(record.substr(0, nameEnd));
     out.objectType = decimal_prefix(record.substr(typeStart, typeEnd - typeStart));
-    out.sddl = record.substr(typeEnd + 2);
-    return true;
+    out.sddl = std::string(record.substr(typeEnd + 2));
+    return RestoreParse::kRecord;
 }
 
 uint32_t security_information_from_sddl(const std::string &sddl) {

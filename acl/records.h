@@ -24,6 +24,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "acl/command.h"
@@ -95,8 +96,21 @@ std::string list_record(const AclCommand &command, const std::string &objectName
                         const DescriptorView &view);
 
 // The records of a descriptor text handed to "Restore": every run of '>'
-// separates, and there are no empty records.
-std::vector<std::string> split_restore_text(const std::string &text);
+// separates, and there are no empty records. Each record is a piece of the
+// text.
+std::vector<std::string> split_restore_text(std::string_view text);
+
+// The longest line the engine reads from a restore file: a longer line
+// goes on as the next one.
+constexpr size_t kRestoreLineLength = 4095;
+
+// The records of a restore file's bytes: its lines as a text-mode reader
+// gives them (CR LF read as LF, lines cut after kRestoreLineLength
+// characters), each split as split_restore_text splits a descriptor text.
+// A listing file holds one "sddl" record a line, each still ending in its
+// ">>>", so that what "List" wrote can be restored as it is; the line end
+// behind the ">>>" is a record of its own, which parses to nothing.
+std::vector<std::string> split_restore_file(std::string_view bytes);
 
 // One record that "Restore" writes back.
 struct RestoreRecord {
@@ -105,10 +119,15 @@ struct RestoreRecord {
     std::string sddl;
 };
 
-// Parses one record (a piece of split_restore_text, or one line of a
-// restore file with its line end). False when the '",' after the name or
-// the ',"' after the type number is missing; out is then unspecified.
-bool parse_restore_record(std::string record, RestoreRecord &out);
+enum class RestoreParse {
+    kRecord,     // out holds the record
+    kNothing,    // a line end alone (or nothing): no record, no failure
+    kMalformed,  // the '",' after the name or the ',"' after the type is missing
+};
+
+// Parses one record (a piece of split_restore_text or split_restore_file).
+// out is unspecified unless the result is kRecord.
+RestoreParse parse_restore_record(std::string_view record, RestoreRecord &out);
 
 // The security information to write for an SDDL text: the parts it holds
 // and, for each list it holds, whether that list is protected.

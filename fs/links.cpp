@@ -1,8 +1,8 @@
 // Deleting a file now or at the next start, and reading where a junction
 // or symbolic link points.
 #include <climits>
-#include <cstring>
 
+#include "fs/reparse_data.h"
 #include "platform/os.h"
 #include "util/owner.h"
 #include "vxio/fs.h"
@@ -11,11 +11,9 @@ using vxio::platform::os;
 
 namespace {
 
-// Device control code and reparse tags, spelled out so that this file does
-// not depend on which of the device headers the toolchain ships.
+// The device control code, spelled out so that this file does not depend
+// on which of the device headers the toolchain ships.
 constexpr DWORD kGetReparsePoint = 0x000900A8;  // FSCTL_GET_REPARSE_POINT
-constexpr DWORD kMountPointTag = 0xA0000003;    // IO_REPARSE_TAG_MOUNT_POINT
-constexpr DWORD kSymbolicLinkTag = 0xA000000C;  // IO_REPARSE_TAG_SYMLINK
 
 // The link itself, not what it points to: FILE_READ_EA is the least
 // access that lets the reparse data be read, backup semantics admits
@@ -30,73 +28,6 @@ constexpr DWORD kReparseBufferSize = 16384;
 // A link whose target is itself a reparse point is read again, at most
 // this many times after the first attempt.
 constexpr int kMaxRepeats = 10;
-
-// Reparse data, for example a junction to D:\data:
-//   offset 0  tag                     A0000003
-//   offset 4  data length, reserved   (16-bit each)
-//   offset 8  substitute name offset  0      \  byte offsets into the path
-//   offset 10 substitute name length  24     |  buffer, lengths in bytes
-//   offset 12 print name offset       26     |  (UTF-16, no terminator
-//   offset 14 print name length       14     /  counted)
-//   offset 16 path buffer             "\??\D:\data" NUL "D:\data" NUL
-// A symbolic link (tag A000000C) has a 32-bit flags word at offset 16
-// (bit 0: the target is relative to the link's folder) and its path buffer
-// at offset 20.
-constexpr size_t kSubstituteOffsetAt = 8;
-constexpr size_t kSubstituteLengthAt = 10;
-constexpr size_t kMountPointPathsAt = 16;
-constexpr size_t kSymbolicLinkPathsAt = 20;
-
-uint16_t word_at(const uint8_t *data, size_t offset) {
-    uint16_t value;
-    std::memcpy(&value, data + offset, sizeof value);
-    return value;
-}
-
-DWORD dword_at(const uint8_t *data, size_t offset) {
-    DWORD value;
-    std::memcpy(&value, data + offset, sizeof value);
-    return value;
-}
-
-struct Name {
-    const wchar_t *text;
-    size_t units;
-};
-
-// The substitute name of a junction or symbolic link, pointing into the
-// reparse data; no units when the data holds none or another kind of link.
-// The name must lie within the bytes the system returned, at an even
-// offset, so a malformed header cannot send the read astray.
-Name substitute_name(const uint8_t *data, DWORD returned) {
-    // Either header must be there; the name's bounds are checked below.
-    if (returned < kMountPointPathsAt) return {nullptr, 0};
-    // Only two of Microsoft's tags (those with the top bit set) are
-    // understood; every other tag, another vendor's included, is not.
-    const DWORD tag = dword_at(data, 0);
-    size_t paths;
-    if (tag == kMountPointTag) {
-        paths = kMountPointPathsAt;
-    } else if (tag == kSymbolicLinkTag) {
-        paths = kSymbolicLinkPathsAt;
-    } else {
-        return {nullptr, 0};
-    }
-    const size_t offset = word_at(data, kSubstituteOffsetAt);
-    const size_t units = word_at(data, kSubstituteLengthAt) / sizeof(wchar_t);
-    if (offset % sizeof(wchar_t) != 0) return {nullptr, 0};
-    if (paths + offset + units * sizeof(wchar_t) > returned) return {nullptr, 0};
-    return {reinterpret_cast<const wchar_t *>(data + paths + offset), units};
-}
-
-// "\??\C:\data" is the native spelling of C:\data.
-bool has_dos_devices_prefix(const uint8_t *name, size_t units) {
-    static const char kPrefix[] = "\\??\\";
-    if (units < 4) return false;
-    for (size_t i = 0; i < 4; ++i)
-        if (word_at(name, i * sizeof(wchar_t)) != static_cast<uint16_t>(kPrefix[i])) return false;
-    return true;
-}
 
 uint32_t kind_of(DWORD attributes) {
     // Each later rule wins: an offline reparse point is offline, unlike in
@@ -124,10 +55,13 @@ Reading read_link(const char *path, char *outTarget, uint64_t outSize, uint32_t 
     if (!os.DeviceIoControl(link.get(), kGetReparsePoint, nullptr, 0, data, sizeof data,
                             &returned, nullptr))
         return Reading::Unresolved;
-    Name name = substitute_name(data, returned);
-    if (name.units == 0) return Reading::Unresolved;
-    if (has_dos_devices_prefix(reinterpret_cast<const uint8_t *>(name.text), name.units))
-        name.text += 4, name.units -= 4;
+    // The system never reports more than the buffer holds; a count that
+    // does anyway is held to the buffer, never read past it.
+    vxio::fs::LinkTarget target;
+    if (!vxio::fs::ParseLinkTarget(data, returned < sizeof data ? returned : sizeof data, target))
+        return Reading::Unresolved;
+    // The offset is even and the buffer 8-byte aligned: the units are aligned.
+    const wchar_t *name = reinterpret_cast<const wchar_t *>(data + target.offset);
 
     // A relative target ("b.txt") is handed back as it stands, not joined
     // with the link's folder: its attributes below are those of that name
@@ -136,7 +70,7 @@ Reading read_link(const char *path, char *outTarget, uint64_t outSize, uint32_t 
     const int outLimit = room > INT_MAX ? INT_MAX : static_cast<int>(room);
     // A limit of 0 would ask for the size the text needs instead.
     if (outLimit == 0) return Reading::Unresolved;
-    if (os.WideCharToMultiByte(CP_ACP, 0, name.text, static_cast<int>(name.units), outTarget,
+    if (os.WideCharToMultiByte(CP_ACP, 0, name, static_cast<int>(target.units), outTarget,
                                outLimit, nullptr, nullptr) == 0)
         return Reading::Unresolved;
     const DWORD attributes = os.GetFileAttributesA(outTarget);

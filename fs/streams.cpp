@@ -19,6 +19,7 @@
 //   same way: the cursor does not move.
 #include <cstring>
 
+#include "fs/stream_records.h"
 #include "fs/token_privilege.h"
 #include "process/privileges.h"
 #include "platform/os.h"
@@ -58,45 +59,19 @@ struct StatusBlock {
 };
 using QueryInformationFile = LONG(NTAPI *)(HANDLE, StatusBlock *, void *, ULONG, ULONG);
 
-// A FILE_STREAM_INFORMATION record: next-entry offset, name length in
-// bytes, stream size, allocation size, then the UTF-16 name.
-constexpr size_t kRecordHeader = 24;
-
-uint32_t next_offset(const uint8_t *record) {
-    uint32_t value;
-    std::memcpy(&value, record, 4);
-    return value;
+// The record at the cursor, which only ever points at a whole record of
+// the list (fs/stream_records.h checks each one against the buffer); were
+// it ever not, the empty record given instead ends the walk.
+vxio::fs::StreamRecord record_at(const StreamsContext *context, const uint8_t *at) {
+    vxio::fs::StreamRecord record;
+    vxio::fs::StreamRecordAt(context->streamBuffer, context->bufferSize,
+                             static_cast<size_t>(at - context->streamBuffer), record);
+    return record;
 }
 
-uint32_t name_length(const uint8_t *record) {
-    uint32_t value;
-    std::memcpy(&value, record + 4, 4);
-    return value;
-}
-
-uint64_t stream_size(const uint8_t *record) {
-    int64_t value;
-    std::memcpy(&value, record + 8, 8);
-    return static_cast<uint64_t>(value);
-}
-
-// True when a whole record (header and name) starting at offset lies
-// inside the buffer.
-bool record_fits(const StreamsContext *context, uint64_t offset) {
-    if (offset + kRecordHeader > context->bufferSize) return false;
-    const uint8_t *record = context->streamBuffer + offset;
-    return offset + kRecordHeader + name_length(record) <= context->bufferSize;
-}
-
-// The record after this one, or null when this is the last. A next-entry
-// offset that would leave the buffer ends the list as 0 does (the system
-// never writes one; this keeps a damaged list from being read outside its
-// buffer). So the cursor only ever points at a whole record.
-uint8_t *next_record(const StreamsContext *context, uint8_t *record) {
-    const uint32_t step = next_offset(record);
-    if (step == 0) return nullptr;
-    const uint64_t offset = static_cast<uint64_t>(record - context->streamBuffer) + step;
-    return record_fits(context, offset) ? context->streamBuffer + offset : nullptr;
+// The record after this one, or null when this is the last.
+uint8_t *next_record(const StreamsContext *context, const vxio::fs::StreamRecord &record) {
+    return record.next ? context->streamBuffer + record.next : nullptr;
 }
 
 // Opens the path and reads its stream list into a new buffer (setting
@@ -124,7 +99,7 @@ uint8_t *fetch_list(StreamsContext *context) {
         // A query that succeeds without writing (a directory with no
         // stream at all) leaves the buffer as it was: its first record is
         // cleared so that it reads as an empty list, never as heap garbage.
-        std::memset(buffer.get(), 0, kRecordHeader);
+        std::memset(buffer.get(), 0, vxio::fs::kStreamRecordHeader);
         status = StatusBlock{};
         result = query(file.get(), &status, buffer.get(), context->bufferSize,
                        kFileStreamInformation);
@@ -133,9 +108,11 @@ uint8_t *fetch_list(StreamsContext *context) {
 
     // Success needs a status that is not negative and a first record with a
     // name (of which the query must have written at least the header).
-    if (result < 0 || status.Information < kRecordHeader) return nullptr;
-    const uint32_t firstName = name_length(buffer.get());
-    if (firstName == 0 || kRecordHeader + uint64_t{firstName} > context->bufferSize) return nullptr;
+    if (result < 0 || status.Information < vxio::fs::kStreamRecordHeader) return nullptr;
+    vxio::fs::StreamRecord first;
+    if (!vxio::fs::StreamRecordAt(buffer.get(), context->bufferSize, 0, first) ||
+        first.nameBytes == 0)
+        return nullptr;
     return buffer.release();
 }
 
@@ -143,11 +120,11 @@ uint8_t *fetch_list(StreamsContext *context) {
 // page (the caller has checked that pathLength + name length + 2 <= outSize,
 // which leaves room for the converted name, at most one byte per UTF-16 byte,
 // and its terminator). False when the name cannot be converted.
-bool compose(const StreamsContext *context, const uint8_t *record, char *outName,
+bool compose(const StreamsContext *context, const vxio::fs::StreamRecord &record, char *outName,
              uint32_t outSize) {
-    const uint32_t length = name_length(record);
+    const uint32_t length = record.nameBytes;
     wchar_t name[kNameUnits];
-    std::memcpy(name, record + kRecordHeader, length);
+    std::memcpy(name, context->streamBuffer + record.nameOffset, length);
     const int units = static_cast<int>(length / sizeof(wchar_t));
     name[units] = L'\0';
     std::memcpy(outName, context->path, context->pathLength);
@@ -160,8 +137,8 @@ bool compose(const StreamsContext *context, const uint8_t *record, char *outName
     return written > 0;
 }
 
-bool fits(const StreamsContext *context, const uint8_t *record, uint32_t outSize) {
-    return uint64_t{context->pathLength} + name_length(record) + 2 <= outSize;
+bool fits(const StreamsContext *context, const vxio::fs::StreamRecord &record, uint32_t outSize) {
+    return uint64_t{context->pathLength} + record.nameBytes + 2 <= outSize;
 }
 
 }  // namespace
@@ -210,17 +187,17 @@ extern "C" uint8_t VOXA_Streams_Enumerate(StreamsContext *context, uint32_t *out
     if (!context->streamBuffer || !context->cursor) return 0;
 
     // The existence query wins when both flags are set.
-    if (existenceOnly) return name_length(context->streamBuffer) != 0 ? 1 : 0;
+    if (existenceOnly) return record_at(context, context->streamBuffer).nameBytes != 0 ? 1 : 0;
 
     // Listing. A context whose path did not fit (260 bytes or more) names
     // no file: it has nothing to write in front of a stream name, so it
     // lists nothing (its fetch cannot open an empty path anyway).
     if (!outName || context->pathLength >= kPathCapacity) return 0;
-    uint8_t *record = context->cursor;
+    vxio::fs::StreamRecord record = record_at(context, context->cursor);
     if (!fits(context, record, outSize)) return 0;
 
     bool answered = false;
-    if (name_length(record) <= kMaxNameBytes) {
+    if (record.nameBytes <= kMaxNameBytes) {
         for (;;) {
             // A name that cannot be converted (an empty one) is passed over
             // like a long one, without an answer: a bare path must never be
@@ -233,8 +210,9 @@ extern "C" uint8_t VOXA_Streams_Enumerate(StreamsContext *context, uint32_t *out
             // The unnamed stream: move on to the next record.
             uint8_t *next = next_record(context, record);
             if (!next) return 0;
-            context->cursor = record = next;
-            if (name_length(record) > kMaxNameBytes) break;
+            context->cursor = next;
+            record = record_at(context, next);
+            if (record.nameBytes > kMaxNameBytes) break;
             // Only the record at the start of the call was checked against
             // outSize; a later one is held to the same test, and a call it
             // fails returns false with the cursor on it, exactly as the
@@ -243,7 +221,7 @@ extern "C" uint8_t VOXA_Streams_Enumerate(StreamsContext *context, uint32_t *out
         }
     }
     if (answered) {
-        if (outStreamSize) *outStreamSize = stream_size(record);
+        if (outStreamSize) *outStreamSize = record.streamSize;
         if (outKind) *outKind = VXIO_ENTRY_STREAM;
     }
     context->cursor = next_record(context, record);

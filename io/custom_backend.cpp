@@ -6,24 +6,20 @@
 
 #include "io/name_descriptor.h"
 #include "io/object_common.h"
+#include "io/storage_answers.h"
 #include "platform/os.h"
 #include "util/owner.h"
 #include "vxio/io.h"
 
 using vxio::platform::os;
+namespace storage = vxio::io::storage;
 
 namespace {
 
-// Export names in the order of the SpecialIoModule entries.
-constexpr const char *kEntryNames[] = {
-    "SpecialIO_Open",      "SpecialIO_Create",     "SpecialIO_Close",
-    "SpecialIO_FileLength", "SpecialIO_Read",      "SpecialIO_Write",
-    "SpecialIO_Write_at",  "SpecialIO_DeleteFile", "SpecialIO_ChangeSize",
-    "SpecialIO_EnableWrite", "SpecialIO_Exists",
-};
-static_assert(sizeof kEntryNames / sizeof kEntryNames[0] ==
-                  sizeof(SpecialIoModule) / sizeof(void *),
+static_assert(storage::kEntryCount == sizeof(SpecialIoModule) / sizeof(void *),
               "one name per entry");
+static_assert(storage::kDone == VXIO_IO_OK && storage::kFailed == VXIO_IO_FAILED,
+              "answers become the table's statuses");
 
 IoCustomObject *as_custom(IoObject *object) {
     return reinterpret_cast<IoCustomObject *>(object);
@@ -47,8 +43,6 @@ Fn entry(const SpecialIoModule *module, void *SpecialIoModule::*which) {
     return module ? reinterpret_cast<Fn>(module->*which) : nullptr;
 }
 
-uint64_t status_of(uint8_t answer) { return answer ? VXIO_IO_OK : VXIO_IO_FAILED; }
-
 void close_module_handle(const SpecialIoModule *module, uintptr_t moduleHandle) {
     if (auto close = entry<SpecialIoCloseFn>(module, &SpecialIoModule::Close)) close(moduleHandle);
 }
@@ -63,10 +57,10 @@ extern "C" SpecialIoModule *VOXA_IO_GetCustomIO(void *module) noexcept {
     auto table = vxio::zelta_new<SpecialIoModule>();
     if (!table) return nullptr;
     void **slots = reinterpret_cast<void **>(table.get());
-    for (size_t i = 0; i < sizeof kEntryNames / sizeof kEntryNames[0]; ++i)
+    for (size_t i = 0; i < storage::kEntryCount; ++i)
         slots[i] = reinterpret_cast<void *>(
-            os.GetProcAddress(static_cast<HMODULE>(module), kEntryNames[i]));
-    if (!table->Open || !table->Close || !table->FileLength || !table->Read) return nullptr;
+            os.GetProcAddress(static_cast<HMODULE>(module), storage::kEntryNames[i]));
+    if (!storage::ServesObjects(slots, storage::kEntryCount)) return nullptr;
     return table.release();
 }
 
@@ -83,8 +77,9 @@ extern "C" IoObject *VOXA_CUSTOM_Open(uintptr_t container, const char *name, uin
                                       uint32_t callerDataLength) noexcept {
     if (!container || !moduleTable || !moduleTable->Open || !callerData16) return nullptr;
     const auto open = reinterpret_cast<SpecialIoOpenFn>(moduleTable->Open);
-    const uintptr_t moduleHandle = open(container, name, flags, userPointer);
-    if (!moduleHandle) return nullptr;
+    uintptr_t moduleHandle = 0;
+    if (!storage::TakeHandle(open(container, name, flags, userPointer), &moduleHandle))
+        return nullptr;
 
     auto object = vxio::zelta_new<IoCustomObject>();
     if (!object) {
@@ -122,7 +117,7 @@ extern "C" uint64_t VOXA_CUSTOM_Read(IoObject *object, uint64_t offset, void *bu
                                      uint32_t length) noexcept {
     const auto read = entry<SpecialIoReadFn>(object, &SpecialIoModule::Read);
     if (!read) return VXIO_IO_FAILED;
-    return status_of(read(as_custom(object)->moduleHandle, offset, buffer, length));
+    return storage::StatusOf(read(as_custom(object)->moduleHandle, offset, buffer, length));
 }
 
 // changed stays as it is: the module tracks its own changes.
@@ -130,7 +125,7 @@ extern "C" uint64_t VOXA_CUSTOM_Write(IoObject *object, uint64_t offset, const v
                                       uint32_t length) noexcept {
     const auto write = entry<SpecialIoWriteFn>(object, &SpecialIoModule::Write);
     if (!write) return VXIO_IO_FAILED;
-    return status_of(write(as_custom(object)->moduleHandle, offset, buffer, length));
+    return storage::StatusOf(write(as_custom(object)->moduleHandle, offset, buffer, length));
 }
 
 // The module reports sizes in 32 bits; every value, 0xFFFFFFFF included,
@@ -138,14 +133,14 @@ extern "C" uint64_t VOXA_CUSTOM_Write(IoObject *object, uint64_t offset, const v
 extern "C" uint64_t VOXA_CUSTOM_GetSize(IoObject *object, uint64_t *size) noexcept {
     const auto fileLength = entry<SpecialIoFileLengthFn>(object, &SpecialIoModule::FileLength);
     if (!fileLength || !size) return VXIO_IO_FAILED;
-    *size = static_cast<uint64_t>(fileLength(as_custom(object)->moduleHandle));
+    *size = storage::SizeOf(fileLength(as_custom(object)->moduleHandle));
     return VXIO_IO_OK;
 }
 
 extern "C" uint64_t VOXA_CUSTOM_SetEnd(IoObject *object, uint64_t newSize) noexcept {
     const auto changeSize = entry<SpecialIoChangeSizeFn>(object, &SpecialIoModule::ChangeSize);
     if (!changeSize) return VXIO_IO_FAILED;
-    return status_of(changeSize(as_custom(object)->moduleHandle, newSize));
+    return storage::StatusOf(changeSize(as_custom(object)->moduleHandle, newSize));
 }
 
 // The module reopens the object for writing from the container and gives a
@@ -155,10 +150,8 @@ extern "C" uint64_t VOXA_CUSTOM_MakeWriteable(IoObject *object) noexcept {
     const auto enableWrite = entry<SpecialIoEnableWriteFn>(object, &SpecialIoModule::EnableWrite);
     if (!enableWrite) return VXIO_IO_FAILED;
     IoCustomObject *c = as_custom(object);
-    const uintptr_t writeable = enableWrite(c->container);
-    if (!writeable) return VXIO_IO_FAILED;
-    c->moduleHandle = writeable;
-    return VXIO_IO_OK;
+    return storage::TakeHandle(enableWrite(c->container), &c->moduleHandle) ? VXIO_IO_OK
+                                                                            : VXIO_IO_FAILED;
 }
 
 // The presence test looks at the ChangeSize entry while the call goes to
@@ -167,14 +160,15 @@ extern "C" uint64_t VOXA_CUSTOM_MakeWriteable(IoObject *object) noexcept {
 extern "C" uint64_t VOXA_CUSTOM_FileSystemFileExists(IoObject *object, const void *name,
                                                      uint32_t nameKind) noexcept {
     SpecialIoModule *module = module_of(object);
-    if (!module || !module->ChangeSize) return VXIO_IO_FAILED;
+    if (!module || !storage::MayAskExists(reinterpret_cast<void *const *>(module),
+                                          storage::kEntryCount))
+        return VXIO_IO_FAILED;
     const auto exists = reinterpret_cast<SpecialIoExistsFn>(module->Exists);
-    if (!exists) return VXIO_IO_FAILED;  // ChangeSize without Exists: nothing to ask
     vxio::ZeltaPtr<char> path(static_cast<char *>(ZELTA_mymalloc(vxio::io::kWorkBufferSize)));
     if (!path) return VXIO_IO_NO_BUFFER;
     const uint64_t status = vxio::io::convert_name(name, nameKind, path.get());
     if (status != VXIO_IO_OK) return status;
-    return status_of(exists(path.get()));
+    return storage::StatusOf(exists(path.get()));
 }
 
 // A module object has no siblings that the backend could open by name.
@@ -194,7 +188,7 @@ extern "C" uint64_t VOXA_CUSTOM_FileSystemDelete(IoObject *object, const void *,
                                                  uint32_t) noexcept {
     const auto deleteFile = entry<SpecialIoDeleteFileFn>(object, &SpecialIoModule::Delete);
     if (!deleteFile) return VXIO_IO_FAILED;
-    return status_of(deleteFile(as_custom(object)->moduleHandle));
+    return storage::StatusOf(deleteFile(as_custom(object)->moduleHandle));
 }
 
 // Modules have no rename entry.

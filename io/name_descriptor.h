@@ -1,19 +1,15 @@
 // Name descriptors of the file-system operations: how a name pointer and a
-// name kind become an 8-bit path in a work buffer of 10240 bytes.
-//   kind 0: an 8-bit string, copied as it is;
-//   kind 1: a UTF-16 string, converted to the ANSI code page;
-//   kind 2: a counted record: 16-bit length, two bytes, 8-bit text from
-//           byte 4 (e.g. 05 00 00 00 'a' '.' 't' 'x' 't' 00);
-//   kind 3: the same head with UTF-16 text from byte 4, the length in
-//           bytes (e.g. 0A 00 00 00 'a' 0 '.' 0 't' 0 'x' 0 't' 0 0 0).
-// A counted text must end within its stated length and one terminator.
+// name kind (name_text.h) become an 8-bit path in a work buffer of
+// kWorkBufferSize bytes. Kind 0 is copied as it is, kinds 2 and 3 must end
+// within their stated length and one terminator, and UTF-16 text (kinds 1
+// and 3) is converted to the ANSI code page.
 #pragma once
 
 #include <cstdint>
 
-namespace vxio::io {
+#include "io/name_text.h"
 
-constexpr uint32_t kWorkBufferSize = 10240;
+namespace vxio::io {
 
 // Converts name into buffer (kWorkBufferSize bytes). Returns 0, or 50 when
 // the descriptor cannot be read: a null name or buffer, an unknown kind, a

@@ -9,6 +9,7 @@
 #include <windows.h>
 #include <winioctl.h>
 
+#include "io/disk_layout.h"
 #include "io/object_common.h"
 #include "platform/os.h"
 #include "process/privileges.h"
@@ -16,6 +17,7 @@
 #include "vxio/io.h"
 
 using vxio::platform::os;
+namespace disk = vxio::io::disk;
 
 namespace {
 
@@ -28,7 +30,6 @@ constexpr DWORD kDriveLayout = 0x7400C;     // IOCTL_DISK_GET_DRIVE_LAYOUT
 
 constexpr uint8_t kBootSectorMode = 1;
 constexpr uint32_t kFirstPhysicalDrive = 128;
-constexpr uint32_t kSectorSize = 512;
 // Only the start of a disk is exposed: boot code and partition boot
 // sectors live there, and a scanner must not walk a whole disk.
 constexpr uint64_t kExposedSize = 4000000;
@@ -38,21 +39,8 @@ constexpr uint64_t kExposedSize = 4000000;
 // cannot be named.
 constexpr size_t kPathBlock = 19;
 
-// Geometry answer: cylinders (8 bytes), media type, tracks per cylinder,
-// sectors per track, bytes per sector (4 bytes each).
-constexpr DWORD kGeometrySize = 24;
-static_assert(sizeof(DISK_GEOMETRY) == kGeometrySize, "geometry record");
-
-// Layout answer: partition count and disk signature (4 bytes each), then
-// 32-byte partition entries that begin with the starting offset and the
-// partition length (8 bytes each, signed). For example an answer of 136
-// bytes holds 4 entries: 8 + 4 * 32. The answer must hold at least one
-// entry and must not fill the whole buffer (it may have been cut short).
-constexpr DWORD kLayoutBuffer = 8192;
-constexpr DWORD kLayoutHead = 8;
-constexpr DWORD kPartitionEntry = 32;
-
-constexpr uint16_t kBootSignature = 0xAA55;  // little-endian word at byte 510
+static_assert(sizeof(DISK_GEOMETRY) == disk::kGeometrySize, "geometry record");
+static_assert(sizeof(PARTITION_INFORMATION) == disk::kPartitionEntry, "layout entry");
 
 IoPhysicalObject *physical(IoObject *object) {
     return reinterpret_cast<IoPhysicalObject *>(object);
@@ -113,18 +101,15 @@ private:
     bool locked_ = false;
 };
 
-// Disk size in bytes from the geometry; disks whose sectors are not 512
-// bytes are refused, since every offset here assumes that size.
+// Disk size in bytes from the geometry (disk_layout.h says which answers
+// are taken).
 bool query_disk_size(HANDLE device, uint64_t *size) {
-    DISK_GEOMETRY geometry{};
+    uint8_t geometry[disk::kGeometrySize] = {};
     DWORD returned = 0;
-    if (!os.DeviceIoControl(device, kDriveGeometry, nullptr, 0, &geometry, kGeometrySize,
+    if (!os.DeviceIoControl(device, kDriveGeometry, nullptr, 0, geometry, sizeof geometry,
                             &returned, nullptr))
         return false;
-    if (returned != kGeometrySize || geometry.BytesPerSector != kSectorSize) return false;
-    *size = static_cast<uint64_t>(geometry.Cylinders.QuadPart) * geometry.TracksPerCylinder *
-            geometry.SectorsPerTrack * kSectorSize;
-    return true;
+    return disk::DiskSizeFromGeometry(geometry, returned, size);
 }
 
 // SetFilePointer with the high part always passed. With a zero high part
@@ -152,6 +137,14 @@ bool add_offset(DynArray *list, uint64_t offset) {
     return true;
 }
 
+// One sector of the device at a byte offset, for the layout walk.
+bool read_sector(void *device, uint64_t offset, uint8_t *sector) {
+    DWORD read = 0;
+    return seek_to(static_cast<HANDLE>(device), offset) &&
+           os.ReadFile(static_cast<HANDLE>(device), sector, disk::kSectorSize, &read, nullptr) &&
+           read == disk::kSectorSize;
+}
+
 // Adds the starting offset of every partition whose first sector ends in
 // the boot signature, in the order of the layout.
 bool collect_boot_offsets(HANDLE device, DynArray *list) {
@@ -159,40 +152,18 @@ bool collect_boot_offsets(HANDLE device, DynArray *list) {
     uint64_t size = 0;
     if (!query_disk_size(device, &size)) return false;
 
-    vxio::ZeltaPtr<uint8_t> layout(static_cast<uint8_t *>(ZELTA_mymalloc(kLayoutBuffer)));
+    vxio::ZeltaPtr<uint8_t> layout(static_cast<uint8_t *>(ZELTA_mymalloc(disk::kLayoutBuffer)));
     if (!layout) return false;
     DWORD returned = 0;
-    if (!os.DeviceIoControl(device, kDriveLayout, nullptr, 0, layout.get(), kLayoutBuffer,
+    if (!os.DeviceIoControl(device, kDriveLayout, nullptr, 0, layout.get(), disk::kLayoutBuffer,
                             &returned, nullptr))
         return false;
-    if (returned < kLayoutHead + kPartitionEntry || returned >= kLayoutBuffer) return false;
-
-    vxio::ZeltaPtr<uint8_t> sector(static_cast<uint8_t *>(ZELTA_mymalloc(kSectorSize)));
-    if (!sector) return false;
-
-    uint32_t count = 0;
-    std::memcpy(&count, layout.get(), sizeof count);
-    // Never trust the count beyond the bytes that actually came back.
-    const uint32_t present = (returned - kLayoutHead) / kPartitionEntry;
-    if (count > present) count = present;
-    for (uint32_t i = 0; i < count; ++i) {
-        const uint8_t *entry = layout.get() + kLayoutHead + i * kPartitionEntry;
-        int64_t start = 0, length = 0;
-        std::memcpy(&start, entry, sizeof start);
-        std::memcpy(&length, entry + 8, sizeof length);
-        // Unused slots of the partition table come back with zeros.
-        if (length < 1 || start < 1) continue;
-        const bool positioned = seek_to(device, static_cast<uint64_t>(start));
-        std::memset(sector.get(), 0, kSectorSize);
-        DWORD read = 0;
-        if (!positioned || !os.ReadFile(device, sector.get(), kSectorSize, &read, nullptr) ||
-            read != kSectorSize)
-            continue;
-        uint16_t signature = 0;
-        std::memcpy(&signature, sector.get() + kSectorSize - 2, sizeof signature);
-        if (signature != kBootSignature) continue;
-        if (!add_offset(list, static_cast<uint64_t>(start))) return false;
-    }
+    disk::BootOffsets boots;
+    if (!disk::CollectBootOffsets(layout.get(), returned, disk::kLayoutBuffer, read_sector, device,
+                                  &boots))
+        return false;
+    for (uint32_t i = 0; i < boots.count; ++i)
+        if (!add_offset(list, boots.offsets[i])) return false;
     return true;
 }
 

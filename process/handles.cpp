@@ -19,10 +19,13 @@
 #include "platform/library.h"
 #include "platform/os.h"
 #include "process/gate.h"
+#include "process/handle_table.h"
+#include "process/loader_walk.h"
 #include "process/native_query.h"
 #include "util/owner.h"
 #include "vxio/process.h"
 #include "vxio/process_memory.h"
+#include "util/bytes.h"
 
 namespace vxio::process {
 
@@ -62,20 +65,23 @@ void copy_text(char *field, size_t capacity, const char *text) noexcept {
 // Layout of the 64-bit records read from the target (offsets in bytes).
 constexpr size_t kBasicProcessInfoSize = 48;  // PROCESS_BASIC_INFORMATION
 constexpr size_t kPebAddressAt = 8, kProcessIdAt = 32, kParentIdAt = 40;
-constexpr size_t kPebReadSize = 644, kParametersAt = 0x20, kGlobalFlagAt = 0xBC;
-constexpr size_t kParametersReadSize = 832, kImagePathAt = 0x60;
 constexpr size_t kThreadBasicInfoSize = 44;  // grown to the platform's 48
 constexpr size_t kClientProcessAt = 16, kClientThreadAt = 24;
 constexpr ULONG kThreadStartAddressClass = 9;
 constexpr ULONG kFileNameClass = 9;
 constexpr size_t kFileNameBufferSize = 2080;
 
-template <typename T>
-T read_at(const uint8_t *block, size_t offset) noexcept {
-    T value;
-    std::memcpy(&value, block + offset, sizeof value);
-    return value;
-}
+
+// The target's memory for the environment-block reads: a read counts only
+// when it is whole.
+struct TargetReader {
+    HANDLE process;
+    bool read(uint64_t address, void *out, size_t size) noexcept {
+        SIZE_T read = 0;
+        return os.ReadProcessMemory(process, reinterpret_cast<LPCVOID>(address), out, size, &read) &&
+               read == size;
+    }
+};
 
 // How far a naming worker has come. Killing a thread is safe only while it
 // waits inside one of its name queries itself: before one (the loader
@@ -130,13 +136,10 @@ int32_t file_name_of(FileHandleQuery *query, NamingJob *job) noexcept {
     const bool named = queryFile && asked(job, [&] {
         return queryFile(file, &io, info.get(), kFileNameBufferSize, kFileNameClass);
     }) == 0;
-    // The name's length is trusted only as far as the bytes the answer says
-    // it wrote, and never past the buffer.
-    const ULONG_PTR returned = std::min<ULONG_PTR>(io.information, kFileNameBufferSize);
-    const ULONG length = read_at<ULONG>(info.get(), 0);
-    if (!named || returned < 4 || length > returned - 4 ||
-        !to_ansi(reinterpret_cast<const wchar_t *>(info.get() + 4), length, query->name,
-                 sizeof query->name)) {
+    AnswerText text;
+    if (!named || !FileNameText(info.get(), kFileNameBufferSize, io.information, text) ||
+        !to_ansi(reinterpret_cast<const wchar_t *>(info.get() + text.offset),
+                 text.units * sizeof(wchar_t), query->name, sizeof query->name)) {
         copy_text(query->name, sizeof query->name, "*");
         return kOk;
     }
@@ -144,9 +147,7 @@ int32_t file_name_of(FileHandleQuery *query, NamingJob *job) noexcept {
     return kOk;
 }
 
-// Header of the object-name answer (a counted UTF-16 text: length in
-// bytes at 0, text pointer at 8), and the two classes asked.
-constexpr size_t kObjectNameHeader = 16;
+// The two classes asked of an object.
 constexpr ULONG kObjectNameClass = 1, kObjectTypeClass = 2;
 
 // The object's name through NtQueryObject, converted into name (empty when
@@ -163,17 +164,12 @@ void object_name_of(HANDLE object, char (&name)[260], NamingJob *job) noexcept {
         returned = *r;
         return status;
     });
-    if (!got.noMemory && got.status >= 0) {
-        // The text must lie inside the bytes returned: its pointer is the
-        // system's word, and a wrong one would send the conversion through
-        // whatever memory it names.
-        const size_t held = std::min<size_t>(returned, got.size);
-        const auto start = reinterpret_cast<uintptr_t>(answer.get());
-        const auto text = held >= kObjectNameHeader ? read_at<uintptr_t>(answer.get(), 8) : 0;
-        const size_t length = held >= kObjectNameHeader ? read_at<USHORT>(answer.get(), 0) : 0;
-        if (text >= start && text - start <= held && length <= held - (text - start))
-            to_ansi(reinterpret_cast<const wchar_t *>(text), length, name, sizeof name);
-    }
+    AnswerText text;
+    if (!got.noMemory && got.status >= 0 &&
+        ObjectNameText(answer.get(), got.size, returned, reinterpret_cast<uintptr_t>(answer.get()),
+                       text))
+        to_ansi(reinterpret_cast<const wchar_t *>(answer.get() + text.offset),
+                text.units * sizeof(wchar_t), name, sizeof name);
     ZeltaPtr<uint8_t> type;
     query_growing(type, 100, true, [&](void *b, ULONG s, PULONG r) {
         return asked(job, [&] { return queryObject(object, kObjectTypeClass, b, s, r); });
@@ -379,9 +375,8 @@ int32_t name_handle(HandleEntry &entry) noexcept {
     return name_from_object(duplicate.get(), entry);
 }
 
-// Handle table of the system (class 16), 64-bit layout.
+// Handle table of the system (class 16).
 constexpr ULONG kHandleInformationClass = 16;
-constexpr size_t kHandleTableHeader = 8, kHandleTableEntry = 24;
 
 int32_t enumerate_handles(const char *nameFilter, int32_t typeFilter, uint32_t ownerFilter,
                           bool noCollect, DynArray *out, const DynArray *processes) noexcept {
@@ -397,18 +392,11 @@ int32_t enumerate_handles(const char *nameFilter, int32_t typeFilter, uint32_t o
     if (answer.noMemory) return kNoMemory;
     if (answer.status != 0) return kFailed;
 
-    // The count is trusted only as far as the entries the answer says it
-    // returned, and never past the buffer. An answer that states no length
-    // at all is held to the buffer alone, rather than taken as empty.
-    const uint64_t held = returned ? std::min<uint64_t>(returned, answer.size) : answer.size;
-    uint64_t count = read_at<ULONG>(table.get(), 0);
-    const uint64_t fits =
-        held < kHandleTableHeader ? 0 : (held - kHandleTableHeader) / kHandleTableEntry;
-    if (count > fits) count = fits;
-    for (uint64_t i = 0; i < count; ++i) {
-        const uint8_t *raw = table.get() + kHandleTableHeader + i * kHandleTableEntry;
-        const uint32_t owner = read_at<USHORT>(raw, 0);
-        const uint32_t type = raw[4];
+    const HandleTable handles(table.get(), answer.size, returned);
+    for (size_t i = 0; i < handles.size(); ++i) {
+        const HandleTableEntry raw = handles[i];
+        const uint32_t owner = raw.ownerProcessId;
+        const uint32_t type = raw.typeIndex;
         if (owner == 0) continue;
         if (typeFilter && static_cast<uint32_t>(typeFilter) != type) continue;
         if (ownerFilter && ownerFilter != owner) continue;
@@ -418,11 +406,11 @@ int32_t enumerate_handles(const char *nameFilter, int32_t typeFilter, uint32_t o
         ZeltaPtr<HandleEntry> entry(static_cast<HandleEntry *>(ZELTA_mymalloc(sizeof(HandleEntry))));
         if (!entry) return kNoMemory;
         std::memset(entry.get(), 0, sizeof(HandleEntry));
-        entry->handleValue = read_at<USHORT>(raw, 6);
+        entry->handleValue = raw.handleValue;
         entry->ownerProcessId = owner;
-        entry->grantedAccess = read_at<ULONG>(raw, 16);
+        entry->grantedAccess = raw.grantedAccess;
         entry->objectTypeNumber = type;
-        entry->handleFlags = raw[5];
+        entry->handleFlags = raw.flags;
         copy_text(entry->typeName, sizeof entry->typeName, type_name(type));
         if (owner == 4) {
             copy_text(entry->ownerName, sizeof entry->ownerName, "SYSTEM");
@@ -533,30 +521,22 @@ extern "C" int32_t VOXA_IO_NativeAPIProcessInfoFromHandle(ProcessHandleQuery *qu
     if (answer.noMemory) return kNoMemory;
     if (answer.status == kAccessDenied) return kAccessDeniedResult;
     if (answer.status != 0 || basicSize < kBasicProcessInfoSize) return kFailed;
-    query->processId = static_cast<uint32_t>(read_at<ULONG_PTR>(basic.get(), kProcessIdAt));
-    query->parentProcessId = static_cast<uint32_t>(read_at<ULONG_PTR>(basic.get(), kParentIdAt));
-    const auto peb = read_at<ULONG_PTR>(basic.get(), kPebAddressAt);
+    query->processId = static_cast<uint32_t>(load_at<ULONG_PTR>(basic.get(), kProcessIdAt));
+    query->parentProcessId = static_cast<uint32_t>(load_at<ULONG_PTR>(basic.get(), kParentIdAt));
+    const auto peb = load_at<ULONG_PTR>(basic.get(), kPebAddressAt);
 
-    uint8_t block[kParametersReadSize] = {};
-    SIZE_T read = 0;
-    if (!os.ReadProcessMemory(process, reinterpret_cast<LPCVOID>(peb), block, kPebReadSize, &read) ||
-        read != kPebReadSize)
-        return kEnvironmentUnreadable;
+    TargetReader reader{process};
+    EnvironmentBlock environment;
+    if (!read_environment_block(RemoteRead(reader), peb, environment)) return kEnvironmentUnreadable;
     // The environment-block word reported is its global flag (the loader's
     // and heap's debugging switches), the word most telling about a target.
-    query->environmentValue = read_at<uint32_t>(block, kGlobalFlagAt);
+    query->environmentValue = environment.globalFlag;
     query->imagePath[0] = '\0';
-    const auto parameters = read_at<ULONG_PTR>(block, kParametersAt);
-    if (!os.ReadProcessMemory(process, reinterpret_cast<LPCVOID>(parameters), block,
-                              kParametersReadSize, &read) ||
-        read != kParametersReadSize)
-        return kOk;
-    const auto length = std::min<size_t>(read_at<USHORT>(block, kImagePathAt), 258);
-    const auto text = read_at<ULONG_PTR>(block, kImagePathAt + 8);
-    wchar_t wide[130] = {};
-    if (length && os.ReadProcessMemory(process, reinterpret_cast<LPCVOID>(text), wide, length, &read) &&
-        read == length) {
-        to_ansi(wide, length, query->imagePath, sizeof query->imagePath);
+    ProcessTexts texts;
+    if (read_process_texts(RemoteRead(reader), environment.parameters, texts) &&
+        texts.imagePathBytes) {
+        to_ansi(reinterpret_cast<const wchar_t *>(texts.imagePath), texts.imagePathBytes,
+                query->imagePath, sizeof query->imagePath);
         fs::NormalizeNativePath(query->imagePath);
     }
     return kOk;
@@ -576,8 +556,8 @@ extern "C" int32_t VOXA_IO_NativeAPIThreadInfoFromHandle(ThreadHandleQuery *quer
     if (answer.noMemory) return kNoMemory;
     if (answer.status == kAccessDenied) return kAccessDeniedResult;
     if (answer.status != 0 || basicSize < kClientThreadAt + 8) return kFailed;
-    query->processId = static_cast<uint32_t>(read_at<ULONG_PTR>(basic.get(), kClientProcessAt));
-    query->threadId = static_cast<uint32_t>(read_at<ULONG_PTR>(basic.get(), kClientThreadAt));
+    query->processId = static_cast<uint32_t>(load_at<ULONG_PTR>(basic.get(), kClientProcessAt));
+    query->threadId = static_cast<uint32_t>(load_at<ULONG_PTR>(basic.get(), kClientThreadAt));
 
     ULONG_PTR start = 0;
     const NtStatus status = queryThread(thread, kThreadStartAddressClass, &start, sizeof start, nullptr);

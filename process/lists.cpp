@@ -32,6 +32,7 @@
 #include "platform/library.h"
 #include "platform/os.h"
 #include "process/gate.h"
+#include "process/loader_walk.h"
 #include "process/native_query.h"
 #include "process/native_records.h"
 #include "process/privileges.h"
@@ -86,14 +87,6 @@ using CloseServiceHandleFn = BOOL(WINAPI *)(SC_HANDLE);
 // ---------------------------------------------------------------------------
 // Native records, as the 64-bit system lays them out.
 
-struct NativeText {  // UNICODE_STRING
-    uint16_t length;  // bytes, without terminator
-    uint16_t maximumLength;
-    uint32_t padding;
-    uint64_t buffer;  // an address, in this process or in the target
-};
-static_assert(sizeof(NativeText) == 16, "native text record");
-
 // Basic process information (class 0 of the process query).
 struct BasicInformation {
     int32_t exitStatus;
@@ -104,26 +97,6 @@ struct BasicInformation {
     uint64_t parentProcessId;
 };
 static_assert(sizeof(BasicInformation) == 48, "basic process information");
-
-// Process environment block, loader data, loader entry and parameters.
-constexpr SIZE_T kEnvironmentBlockRead = 644;
-constexpr size_t kEnvBeingDebugged = 2;
-constexpr size_t kEnvImageBase = 0x10;
-constexpr size_t kEnvLoaderData = 0x18;
-constexpr size_t kEnvParameters = 0x20;
-constexpr size_t kEnvProcessors = 0xB8;
-constexpr size_t kEnvGlobalFlag = 0xBC;
-constexpr SIZE_T kLoaderDataRead = 72;
-constexpr size_t kLoaderLoadOrderList = 0x10;
-constexpr SIZE_T kLoaderEntryRead = 156;
-constexpr size_t kEntryDllBase = 0x30;
-constexpr size_t kEntryEntryPoint = 0x38;
-constexpr size_t kEntryImageSize = 0x40;
-constexpr size_t kEntryFullName = 0x48;
-constexpr SIZE_T kParametersRead = 832;
-constexpr size_t kParamDllPath = 0x50;
-constexpr size_t kParamImagePath = 0x60;
-constexpr size_t kParamCommandLine = 0x70;
 
 constexpr ULONG kQueryModules = 1;  // RTL_QUERY_PROCESS_MODULES
 
@@ -136,22 +109,8 @@ constexpr uint32_t kWalkLimit = 1u << 20;
 // 64 MiB (16 M ids). Past that the list is taken as returned.
 constexpr uint32_t kIdBufferDoublings = 16;
 constexpr uint32_t kBasicInfoRounds = 8;
-// The loader's module list lives in the target, which may link it in a
-// loop that never comes back to the head or into a chain without end. The
-// walk takes each entry once, and at most this many entries and bytes:
-// a process of the real world has a few hundred modules, and each costs
-// one entry and one path of at most 258 bytes.
-constexpr uint32_t kLoaderModuleLimit = 8192;
-constexpr size_t kLoaderReadBudget = 2u << 20;
 
 constexpr size_t kText = 260;
-
-template <typename T>
-T load(const void *base, size_t offset) {
-    T value;
-    std::memcpy(&value, static_cast<const uint8_t *>(base) + offset, sizeof value);
-    return value;
-}
 
 // A zero-filled record from ZELTA_mymalloc, or null.
 template <typename T>
@@ -670,14 +629,10 @@ int32_t native_kernel_modules(DynArray *list) {
     return kOk;
 }
 
-// Reads from the target within a budget of bytes: true only for a full
-// read, and once the budget is spent every further read fails.
+// Reads from the target through the seam: true only for a full read.
 struct TargetReader {
     HANDLE process;
-    size_t budget;
-    bool read(uint64_t address, void *out, SIZE_T size) {
-        if (size > budget) return false;
-        budget -= size;
+    bool read(uint64_t address, void *out, size_t size) {
         SIZE_T read = 0;
         return os.ReadProcessMemory(process, reinterpret_cast<LPCVOID>(address), out, size,
                                     &read) &&
@@ -685,28 +640,17 @@ struct TargetReader {
     }
 };
 
-// Reads a native text from the target and converts at most maxBytes of it
-// into out (outSize bytes, NUL-terminated, normalised). An unreadable or
-// unconvertible text stays empty. kOk or kNoMemory.
-//
-// Only the bytes that are converted are read, not the length the target
-// states (up to 64 KiB, and the target chooses it): a text whose tail
-// beyond them cannot be read still gives its head, where reading it whole
-// would have failed and left the field empty.
-int32_t read_target_text(TargetReader &reader, const NativeText &text, size_t maxBytes,
-                         char *out, size_t outSize) {
+// Converts the UTF-16 bytes read from the target into out (outSize bytes,
+// NUL-terminated, normalised); an unconvertible text stays empty.
+void convert_text(const Utf16Unit *text, size_t bytes, char *out, size_t outSize) {
     out[0] = '\0';
-    const size_t bytes = (text.length < maxBytes ? text.length : maxBytes) & ~size_t{1};
-    if (bytes == 0 || text.buffer == 0) return kOk;
-    ZeltaPtr<wchar_t> wide(static_cast<wchar_t *>(ZELTA_mymalloc(bytes)));
-    if (!wide) return kNoMemory;
-    if (!reader.read(text.buffer, wide.get(), bytes)) return kOk;
+    if (bytes == 0) return;
     const int converted =
-        os.WideCharToMultiByte(CP_ACP, 0, wide.get(), static_cast<int>(bytes / sizeof(wchar_t)),
-                               out, static_cast<int>(outSize - 1), nullptr, nullptr);
+        os.WideCharToMultiByte(CP_ACP, 0, reinterpret_cast<LPCWCH>(text),
+                               static_cast<int>(bytes / sizeof(Utf16Unit)), out,
+                               static_cast<int>(outSize - 1), nullptr, nullptr);
     out[converted > 0 ? converted : 0] = '\0';
     normalise(out);
-    return kOk;
 }
 
 // Queries the basic process information. The query accepts this record
@@ -731,40 +675,24 @@ int32_t query_basic(NtQueryInformationProcessFn query, HANDLE process,
     return kFailed;
 }
 
-int32_t loader_modules(DynArray *list, HANDLE process, uint32_t processId, uint64_t loaderData) {
-    TargetReader reader{process, kLoaderReadBudget};
-    uint8_t loader[kLoaderDataRead];
-    if (!reader.read(loaderData, loader, sizeof loader)) return kOk;
-    constexpr uint32_t kSlots = 2 * kLoaderModuleLimit;
-    ZeltaPtr<uint64_t> slots(static_cast<uint64_t *>(ZELTA_mymalloc(kSlots * sizeof(uint64_t))));
-    if (!slots) return kNoMemory;
-    std::memset(slots.get(), 0, kSlots * sizeof(uint64_t));
-    VisitedSet visited(slots.get(), kSlots);
-
-    // The walk ends where the list comes back to its head, at the first
-    // entry it has already taken (a loop that never comes back), at a null
-    // or unreadable link, or when the entries or bytes allowed are spent.
-    const uint64_t head = loaderData + kLoaderLoadOrderList;
-    uint64_t link = load<uint64_t>(loader, kLoaderLoadOrderList);
-    while (link != head && visited.add(link)) {
-        uint8_t record[kLoaderEntryRead];
-        if (!reader.read(link, record, sizeof record)) break;
+// Lists each module the loader walk takes; a record that cannot be
+// allocated stops the walk.
+struct ModuleLister final : LoaderVisitor {
+    DynArray *list;
+    uint32_t processId;
+    ModuleLister(DynArray *l, uint32_t id) : list(l), processId(id) {}
+    bool module(const LoaderModule &module) noexcept override {
         auto *entry = new_record<ModuleEntry>();
-        if (!entry) return kNoMemory;
+        if (!entry) return false;
         entry->processId = processId;
-        entry->baseAddress = low32(load<uint64_t>(record, kEntryDllBase));
-        entry->size = load<uint32_t>(record, kEntryImageSize);
-        entry->extra = low32(load<uint64_t>(record, kEntryEntryPoint));
-        if (read_target_text(reader, load<NativeText>(record, kEntryFullName), 258, entry->path,
-                             kText) != kOk) {
-            ZELTA_myfree(entry);
-            return kNoMemory;
-        }
+        entry->baseAddress = low32(module.imageBase);
+        entry->size = module.imageSize;
+        entry->extra = low32(module.entryPoint);
+        convert_text(module.path, module.pathBytes, entry->path, kText);
         append(list, entry);
-        link = load<uint64_t>(record, 0);
+        return true;
     }
-    return kOk;
-}
+};
 
 int32_t native_process_modules(DynArray *list, DWORD processId, ProcessDetails *details) {
     UniqueHandle process(OpenProcessToRead(processId));
@@ -778,38 +706,33 @@ int32_t native_process_modules(DynArray *list, DWORD processId, ProcessDetails *
     details->exitStatus = static_cast<uint32_t>(basic.exitStatus);
     details->parentProcessId = low32(basic.parentProcessId);
     details->environmentBlockAddress = basic.environmentBlock;
-    // The fixed records and texts below are bounded by their own sizes.
-    TargetReader reader{process.get(), SIZE_MAX};
-    uint8_t environment[kEnvironmentBlockRead];
-    if (!reader.read(details->environmentBlockAddress, environment, sizeof environment))
+    TargetReader reader{process.get()};
+    EnvironmentBlock environment;
+    if (!read_environment_block(RemoteRead(reader), details->environmentBlockAddress, environment))
         return kOk;
-    details->beingDebugged = environment[kEnvBeingDebugged];
-    details->ntGlobalFlag = load<uint32_t>(environment, kEnvGlobalFlag);
-    details->numberOfProcessors = load<uint32_t>(environment, kEnvProcessors);
-    details->imageBaseAddress = load<uint64_t>(environment, kEnvImageBase);
-    details->processParameters = load<uint64_t>(environment, kEnvParameters);
+    details->beingDebugged = environment.beingDebugged;
+    details->ntGlobalFlag = environment.globalFlag;
+    details->numberOfProcessors = environment.processors;
+    details->imageBaseAddress = environment.imageBase;
+    details->processParameters = environment.parameters;
 
-    const int32_t walked = loader_modules(list, process.get(), processId,
-                                          load<uint64_t>(environment, kEnvLoaderData));
-    if (walked != kOk) return walked;
-
-    uint8_t parameters[kParametersRead];
-    if (!reader.read(details->processParameters, parameters, sizeof parameters)) return kOk;
-    const struct {
-        size_t at;
-        size_t maxBytes;
-        char *field;
-        size_t fieldSize;
-    } texts[] = {
-        {kParamDllPath, 8190, details->dllPath, sizeof details->dllPath},
-        {kParamImagePath, 258, details->imagePath, sizeof details->imagePath},
-        {kParamCommandLine, 4094, details->commandLine, sizeof details->commandLine},
-    };
-    for (const auto &text : texts) {
-        const int32_t read = read_target_text(reader, load<NativeText>(parameters, text.at),
-                                              text.maxBytes, text.field, text.fieldSize);
-        if (read != kOk) return read;
+    {
+        ZeltaPtr<uint64_t> slots(
+            static_cast<uint64_t *>(ZELTA_mymalloc(kLoaderVisitedSlots * sizeof(uint64_t))));
+        if (!slots) return kNoMemory;
+        std::memset(slots.get(), 0, kLoaderVisitedSlots * sizeof(uint64_t));
+        ModuleLister lister(list, processId);
+        if (!walk_loader_modules(RemoteRead(reader), environment.loaderData, slots.get(), lister))
+            return kNoMemory;
     }
+
+    ProcessTexts texts;
+    if (!read_process_texts(RemoteRead(reader), details->processParameters, texts)) return kOk;
+    convert_text(texts.dllPath, texts.dllPathBytes, details->dllPath, sizeof details->dllPath);
+    convert_text(texts.imagePath, texts.imagePathBytes, details->imagePath,
+                 sizeof details->imagePath);
+    convert_text(texts.commandLine, texts.commandLineBytes, details->commandLine,
+                 sizeof details->commandLine);
     return kOk;
 }
 

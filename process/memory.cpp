@@ -16,6 +16,7 @@
 #include "fs/native_path.h"
 #include "platform/library.h"
 #include "platform/os.h"
+#include "process/dump_index.h"
 #include "process/gate.h"
 #include "util/owner.h"
 #include "vxio/process_memory.h"
@@ -195,14 +196,16 @@ public:
         return write(translated, out);
     }
 
-    // The whole file (up to 1 MiB), NUL-terminated, into a fresh block.
-    ZeltaPtr<char> read_all() noexcept {
+    // The whole file (up to 1 MiB) into a fresh block; length: the bytes
+    // read.
+    ZeltaPtr<char> read_all(size_t &length) noexcept {
+        length = 0;
         const DWORD size = os.GetFileSize(file_.get(), nullptr);
         if (size == INVALID_FILE_SIZE || size > (1u << 20)) return {};
         ZeltaPtr<char> text(static_cast<char *>(ZELTA_mymalloc(size + 1)));
         DWORD read = 0;
         if (!text || !os.ReadFile(file_.get(), text.get(), size, &read, nullptr)) return {};
-        text.get()[read] = '\0';
+        length = read < size ? read : size;
         return text;
     }
 
@@ -212,53 +215,19 @@ private:
     bool append_;
 };
 
-// The module index, scanned as "%25s" "%08x" "%08x" records until "END":
-// a name stops at white space or after 25 characters, a number after 8 hex
-// digits. A name with a space or of more than 25 characters therefore
-// throws the records out of step, and its regions fall into unknown runs.
-class ModuleIndex {
-public:
-    explicit ModuleIndex(const char *text) noexcept : text_(text) {}
-    void rewind() noexcept { at_ = text_; }
-
-    // Next record; false at "END" or at the end of the text. A record
-    // whose numbers do not scan is returned with valid == false.
-    bool next(char (&name)[26], uint32_t &base, uint32_t &size, bool &valid) noexcept {
-        if (!scan_name(name) || std::strcmp(name, "END") == 0) return false;
-        valid = scan_hex(base) && scan_hex(size);
-        return true;
-    }
-
-private:
-    static bool space(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
-    bool scan_name(char (&name)[26]) noexcept {
-        while (*at_ && space(*at_)) ++at_;
-        size_t n = 0;
-        while (*at_ && !space(*at_) && n < 25) name[n++] = *at_++;
-        name[n] = '\0';
-        return n > 0;
-    }
-    bool scan_hex(uint32_t &value) noexcept {
-        while (*at_ && space(*at_)) ++at_;
-        uint32_t v = 0;
-        int digits = 0;
-        for (; digits < 8; ++digits, ++at_) {
-            const char c = *at_;
-            const int d = c >= '0' && c <= '9'   ? c - '0'
-                          : c >= 'a' && c <= 'f' ? c - 'a' + 10
-                          : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                                 : -1;
-            if (d < 0) break;
-            v = v * 16 + static_cast<uint32_t>(d);
-        }
-        if (digits == 0) return false;
-        value = v;
-        return true;
-    }
-
-    const char *text_;
-    const char *at_ = nullptr;
-};
+// The records of the module index text, in order, into a fresh block
+// (count: how many). Null only when the block cannot be had.
+ZeltaPtr<DumpIndexRecord> index_records(const char *text, size_t length, size_t &count) noexcept {
+    count = 0;
+    DumpIndexRecord record;
+    for (DumpIndexReader reader(text, length); reader.next(record);) ++count;
+    ZeltaPtr<DumpIndexRecord> records(
+        static_cast<DumpIndexRecord *>(ZELTA_mymalloc((count ? count : 1) * sizeof record)));
+    if (!records) return records;
+    DumpIndexReader reader(text, length);
+    for (size_t i = 0; i < count && reader.next(record); ++i) records.get()[i] = record;
+    return records;
+}
 
 // prefix + section + "_memDump", not extended past 259 characters.
 void dump_file_name(const char *prefix, const char *section, char (&name)[260]) noexcept {
@@ -491,14 +460,19 @@ int32_t dump_pages(uint32_t processId, const char *prefix, const char *reportPat
     if (regions.build(process.get()) != kOk || regions.size() == 0) return kFailed;
     StreamFile report(reportPath, "a+");
     if (!report) return kFailed;
-    ZeltaPtr<char> indexText;
+    // The index is read once; each region is then looked up in its
+    // records from the first on, as the engine re-reads the file for it.
+    size_t modules = 0;
+    ZeltaPtr<DumpIndexRecord> index;
     {
-        StreamFile index(kModuleIndex, "r");
+        StreamFile file(kModuleIndex, "r");
+        if (!file) return kFailed;
+        size_t length = 0;
+        ZeltaPtr<char> text = file.read_all(length);
+        if (!text) return kFailed;
+        index = index_records(text.get(), length, modules);
         if (!index) return kFailed;
-        indexText = index.read_all();
-        if (!indexText) return kFailed;
     }
-    ModuleIndex index(indexText.get());
     report.print("\n\n\n |---> *** PAGE DUMPS *** <---| \n\n");
 
     char module[26] = "";
@@ -510,23 +484,19 @@ int32_t dump_pages(uint32_t processId, const char *prefix, const char *reportPat
         char line[280];
         int length = std::snprintf(line, sizeof line, "%08X ", base);
 
-        index.rewind();
-        char name[26];
-        uint32_t moduleBase = 0, moduleSize = 0;
-        bool valid = false;
-        while (index.next(name, moduleBase, moduleSize, valid)) {
-            if (!valid) continue;
-            if (moduleBase == base) {
+        for (size_t m = 0; m < modules; ++m) {
+            const DumpIndexRecord &record = index.get()[m];
+            if (record.base == base) {
                 if (inUnknown) {
                     report.print(" UNKNOWN-%d  End...\n", unknownRun++);
                     inUnknown = false;
                 }
-                report.print("\n Module = %s  Start...\n", name);
-                std::memcpy(module, name, sizeof module);
+                report.print("\n Module = %s  Start...\n", record.name);
+                std::memcpy(module, record.name, sizeof module);
                 inModule = true;
                 break;
             }
-            if (moduleBase + moduleSize == base) {
+            if (record.base + record.size == base) {
                 moduleEnds = true;
                 break;
             }

@@ -1,17 +1,12 @@
 // Checked parsers of process-inspection records (see native_records.h).
 #include "process/native_records.h"
+#include "util/bytes.h"
 
 #include <cstring>
 
 namespace vxio::process {
 namespace {
 
-template <typename T>
-T load(const uint8_t *base, size_t offset) noexcept {
-    T value;
-    std::memcpy(&value, base + offset, sizeof value);
-    return value;
-}
 
 // True when [at, at + length) lies inside [base, base + size).
 bool inside(const uint8_t *base, size_t size, uint64_t at, uint64_t length) noexcept {
@@ -45,26 +40,26 @@ bool read_process_record(const uint8_t *answer, size_t size, size_t offset,
     out = ProcessRecord{};
     if (!answer || offset > size || size - offset < kProcessFixedPart) return false;
     const uint8_t *record = answer + offset;
-    out.processId = load<uint64_t>(record, kRecordProcessId);
-    out.parentId = load<uint64_t>(record, kRecordParentId);
+    out.processId = load_at<uint64_t>(record, kRecordProcessId);
+    out.parentId = load_at<uint64_t>(record, kRecordParentId);
 
     // The next record must start past this one's fixed part and have room
     // for its own; the threads end where it begins.
     size_t end = size;
-    const uint32_t next = load<uint32_t>(record, kRecordNext);
+    const uint32_t next = load_at<uint32_t>(record, kRecordNext);
     if (next >= kProcessFixedPart && next <= size - offset - kProcessFixedPart) {
         out.next = offset + next;
         end = out.next;
     }
     out.threads = offset + kProcessFixedPart;
     const size_t room = (end - out.threads) / kThreadRecordSize;
-    const uint32_t stated = load<uint32_t>(record, kRecordThreads);
+    const uint32_t stated = load_at<uint32_t>(record, kRecordThreads);
     out.threadCount = stated < room ? stated : static_cast<uint32_t>(room);
 
     // The name's characters must lie inside the answer, its length counted
     // rather than taken up to a terminator that may not be there.
-    const size_t length = load<uint16_t>(record, kRecordNameLength) & ~size_t{1};
-    const uint64_t at = load<uint64_t>(record, kRecordNameBuffer);
+    const size_t length = load_at<uint16_t>(record, kRecordNameLength) & ~size_t{1};
+    const uint64_t at = load_at<uint64_t>(record, kRecordNameBuffer);
     if (at != 0 && inside(answer, size, at, length)) {
         out.name = answer + (at - reinterpret_cast<uintptr_t>(answer));
         out.nameBytes = length;
@@ -75,12 +70,12 @@ bool read_process_record(const uint8_t *answer, size_t size, size_t offset,
 ThreadIds read_thread(const uint8_t *answer, const ProcessRecord &record,
                       uint32_t index) noexcept {
     const uint8_t *thread = answer + record.threads + size_t{index} * kThreadRecordSize;
-    return {load<uint64_t>(thread, kThreadProcessId), load<uint64_t>(thread, kThreadThreadId)};
+    return {load_at<uint64_t>(thread, kThreadProcessId), load_at<uint64_t>(thread, kThreadThreadId)};
 }
 
 uint32_t module_count(const uint8_t *block, size_t size) noexcept {
     if (!block || size < sizeof(uint32_t)) return 0;
-    const uint32_t stated = load<uint32_t>(block, 0);
+    const uint32_t stated = load_at<uint32_t>(block, 0);
     const size_t room = size > kModuleRecordsAt ? (size - kModuleRecordsAt) / kModuleRecordSize : 0;
     return stated < room ? stated : static_cast<uint32_t>(room);
 }
@@ -88,12 +83,12 @@ uint32_t module_count(const uint8_t *block, size_t size) noexcept {
 ModuleRecord read_module(const uint8_t *block, uint32_t index) noexcept {
     const uint8_t *module = block + kModuleRecordsAt + size_t{index} * kModuleRecordSize;
     ModuleRecord out;
-    out.imageBase = load<uint64_t>(module, kModuleBase);
-    out.imageSize = load<uint32_t>(module, kModuleSize);
+    out.imageBase = load_at<uint64_t>(module, kModuleBase);
+    out.imageSize = load_at<uint32_t>(module, kModuleSize);
     std::memcpy(out.fullPath, module + kModulePath, kModulePathSize);
     out.fullPath[kModulePathSize] = '\0';
     const size_t length = std::strlen(out.fullPath);
-    const size_t nameAt = load<uint16_t>(module, kModuleFileName);
+    const size_t nameAt = load_at<uint16_t>(module, kModuleFileName);
     out.fileNameAt = nameAt < length ? nameAt : length;
     return out;
 }
@@ -101,11 +96,11 @@ ModuleRecord read_module(const uint8_t *block, uint32_t index) noexcept {
 const uint8_t *debug_module_block(const uint8_t *debug, size_t held, size_t &size) noexcept {
     size = 0;
     if (!debug || held < kDebugHeaderSize) return nullptr;
-    const uint64_t block = load<uint64_t>(debug, kDebugModules);
+    const uint64_t block = load_at<uint64_t>(debug, kDebugModules);
     if (block == 0) return nullptr;
     size_t used = held;
-    const uint64_t offsetFree = load<uint64_t>(debug, kDebugOffsetFree);
-    const uint64_t commitSize = load<uint64_t>(debug, kDebugCommitSize);
+    const uint64_t offsetFree = load_at<uint64_t>(debug, kDebugOffsetFree);
+    const uint64_t commitSize = load_at<uint64_t>(debug, kDebugCommitSize);
     if (offsetFree < used) used = static_cast<size_t>(offsetFree);
     if (commitSize < used) used = static_cast<size_t>(commitSize);
     // At least the count must be there.

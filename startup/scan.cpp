@@ -10,10 +10,10 @@
 //
 // Every text met (a value's data, a value or subkey name) is a command
 // text: a program path, perhaps with arguments, perhaps several of them.
-// It is lower-cased and cut into tokens twice, once at ";,/-", double
-// quote and line feed, and, when it holds a space, once more at space
-// ";,", double quote and line feed; the second pass then decides whether
-// the text yielded anything. In each pass the whole text is tried as a
+// It is lower-cased and cut into tokens twice (command_text.h), once at
+// ";,/-", double quote and line feed, and, when it holds a space, once
+// more at space ";,", double quote and line feed; the second pass then
+// decides whether the text yielded anything. In each pass the whole text is tried as a
 // path first, then every token. A token is an absolute path after macro
 // expansion ("%sysdir%\x.exe") or a bare program name found where the
 // system looks for one, without trailing blanks, or, when the engine gave
@@ -35,6 +35,7 @@
 #include <cstring>
 
 #include "platform/os.h"
+#include "startup/command_text.h"
 #include "startup/definitions.h"
 #include "startup/path_macros.h"
 #include "startup/text.h"
@@ -51,10 +52,6 @@ constexpr REGSAM kKeyRead = 0x20019;  // KEY_READ
 constexpr REGSAM kViews[] = {KEY_WOW64_32KEY, KEY_WOW64_64KEY};
 constexpr DWORD kSubkeyNameSize = 1024;  // key names are at most 255 characters
 constexpr DWORD kPathBufferSize = 260;
-// A double quote separates as the others do: the system starts
-// "C:\Program Files\a.exe" /s as that path, which the quotes would hide.
-constexpr char kPrimarySeparators[] = ";,/-\n\"";
-constexpr char kSecondarySeparators[] = " ;,\n\"";
 
 // A key that vanishes while its values are listed answers every index with
 // an error (ERROR_KEY_DELETED), never with "no more items": after this many
@@ -74,17 +71,6 @@ Text lowered_copy(const char *text) noexcept {
 
 bool file_exists(const char *path) noexcept { return os.access(path, 0) == 0; }
 
-// The next token of the text at cursor, cut at any of the separators
-// (empty tokens are skipped), or null at the end. The text is cut in place.
-char *next_token(char *&cursor, const char *separators) noexcept {
-    cursor += std::strspn(cursor, separators);
-    if (!*cursor) return nullptr;
-    char *token = cursor;
-    cursor += std::strcspn(cursor, separators);
-    if (*cursor) *cursor++ = '\0';
-    return token;
-}
-
 // True for a path that names its file without the current directory: a
 // drive and its root ("c:\x.exe"), or a network or device name
 // ("\\server\share\x.exe"). The system takes "/" for "\" in both.
@@ -103,14 +89,10 @@ bool is_bare_name(const char *text) noexcept {
     return std::strchr(text, '.') && !std::strpbrk(text, "\\/:");
 }
 
-// Blanks at the end of a path are no part of the file's name: the system
-// drops trailing spaces when it opens a file, so "c:\a.exe " (a token cut
-// before "/s") is c:\a.exe, and a finding must name the file as the engine
-// will open it.
+// A candidate comes without trailing blanks, and so does its expansion: a
+// finding must name the file as the engine will open it.
 void trim_trailing_blanks(char *text) noexcept {
-    size_t length = std::strlen(text);
-    while (length > 0 && (text[length - 1] == ' ' || text[length - 1] == '\t'))
-        text[--length] = '\0';
+    text[WithoutTrailingBlanks(text, std::strlen(text))] = '\0';
 }
 
 // The folders in which the system looks for a program named without one,
@@ -248,43 +230,40 @@ Text match_name(const char *token, const DynArray &names) noexcept {
     return Text();
 }
 
-// One cut of a command text: the whole text as a path, then each token.
-// True when a finding was added. Only an absolute token is matched against
-// the name list: the system would look a relative one up in the current
-// directory.
-bool token_pass(Scan &scan, const char *text, const char *separators,
-                const char *valueName) noexcept {
-    bool found = false;
-    if (Text whole = existing_path(text)) found |= add_finding(scan, whole.get(), valueName);
-    Text copy(zelta_strdup(text));
-    if (!copy) return found;
-    char *cursor = copy.get();
-    while (char *token = next_token(cursor, separators)) {
-        if (IsBlank(token)) continue;
-        trim_trailing_blanks(token);
-        if (scan.names && scan.names->count > 0 && is_absolute(token)) {
-            Text named = match_name(token, *scan.names);
-            if (named && add_finding(scan, named.get(), valueName)) {
-                found = true;
-                continue;
-            }
-        }
-        if (Text path = existing_path(token)) found |= add_finding(scan, path.get(), valueName);
+// One candidate of a command text (see command_text.h): the existing file
+// it names, or, for an absolute token when the engine gave a name list,
+// the entry of the list it stands for. True when a finding was added. The
+// whole text is never matched against the list, and a relative token
+// neither: the system would look it up in the current directory.
+bool check_candidate(Scan &scan, const char *candidate, bool whole,
+                     const char *valueName) noexcept {
+    if (!whole && scan.names && scan.names->count > 0 && is_absolute(candidate)) {
+        Text named = match_name(candidate, *scan.names);
+        if (named && add_finding(scan, named.get(), valueName)) return true;
     }
-    return found;
+    Text path = existing_path(candidate);
+    return path && add_finding(scan, path.get(), valueName);
 }
 
 // True when the command text yielded at least one finding. With a space
 // in it, only the space-separated pass counts (the first one still adds
-// what it finds).
+// what it finds). Each candidate is copied, terminated, into one block of
+// the text's size.
 bool check_command_text(Scan &scan, const char *text, const char *valueName) noexcept {
     if (is_empty(text)) return false;
     Text lowered = lowered_copy(text);
     if (!lowered) return false;
-    bool found = token_pass(scan, lowered.get(), kPrimarySeparators, valueName);
-    if (std::strchr(lowered.get(), ' '))
-        found = token_pass(scan, lowered.get(), kSecondarySeparators, valueName);
-    return found;
+    const size_t length = std::strlen(lowered.get());
+    Text candidate = allocate_text(uint64_t{length} + 1);
+    if (!candidate) return false;
+    CommandCuts cuts(lowered.get(), length);
+    bool found[2] = {false, false};
+    for (CommandCandidate c; cuts.next(c);) {
+        std::memcpy(candidate.get(), lowered.get() + c.offset, c.length);
+        candidate.get()[c.length] = '\0';
+        if (check_candidate(scan, candidate.get(), c.whole, valueName)) found[c.pass] = true;
+    }
+    return found[cuts.has_second_pass() ? kSecondPass : kFirstPass];
 }
 
 // Mode 0: one value; the walk's result is the query's status.

@@ -1,8 +1,8 @@
 // Records of "List" and "Restore": protection texts; byte-exact "sddl",
 // "csl" and "tab" records (quoting, parts requested against parts present,
 // which entries the inherited / explicit selectors list); the record-size
-// limit; splitting a restore text, parsing records back (round trip, file
-// lines, malformed records); security information from SDDL texts.
+// limit; splitting a restore text or file, parsing records back (round
+// trip, file lines, malformed records); security information from SDDL texts.
 #include <gtest/gtest.h>
 
 #include <iterator>
@@ -143,6 +143,13 @@ TEST(AclRecords, RestoreTextSplitsAtEveryRunOfGreaterThan) {
     EXPECT_EQ(split_restore_text(">>>>"), Records{});
     EXPECT_EQ(split_restore_text("a>>>b>c"), (Records{"a", "b", "c"}));
     EXPECT_EQ(split_restore_text(">>a>>>\r\n"), (Records{"a", "\r\n"}));
+    // A file's lines: CR LF read as LF (a CR alone stays), cut after 4095
+    // characters, a CR dropped before LF not counted.
+    const std::string x(4095, 'x');
+    EXPECT_EQ(split_restore_file("\"a\",1,\"D:\">>>\r\nb>c\rd\r\r\n"),
+              (Records{"\"a\",1,\"D:\"", "\n", "b", "c\rd\r\n"}));
+    EXPECT_EQ(split_restore_file(x + "yz>"), (Records{x, "yz"}));
+    EXPECT_EQ(split_restore_file(x.substr(1) + "\r\n>y"), (Records{x.substr(1) + "\n", "y"}));
 }
 
 TEST(AclRecords, SddlRecordsParseBackToNameTypeAndSddl) {
@@ -156,7 +163,7 @@ TEST(AclRecords, SddlRecordsParseBackToNameTypeAndSddl) {
     ASSERT_EQ(records.size(), std::size(objects));
     for (size_t i = 0; i < records.size(); ++i) {
         RestoreRecord out;
-        ASSERT_TRUE(parse_restore_record(records[i], out)) << records[i];
+        ASSERT_EQ(parse_restore_record(records[i], out), RestoreParse::kRecord) << records[i];
         EXPECT_EQ(out.objectName, objects[i].name);
         EXPECT_EQ(out.objectType, objects[i].type);
         EXPECT_EQ(out.sddl, text);
@@ -167,19 +174,22 @@ TEST(AclRecords, RestoreRecordsFromLinesAndMalformedRecords) {
     const struct { const char *line, *name; uint32_t type; const char *sddl; } lines[] = {
         {"\"C:\\a.txt\",1,\"D:(A;;FA;;;WD)\"\r\n", "C:\\a.txt", 1, "D:(A;;FA;;;WD)"},
         {"C:\\b\",12x,\"D:\"\"\n", "C:\\b", 12, "D:\""},  // one closing quote taken off
+        {"\"C:\\b\",4294967297,\"D:\"", "C:\\b", 4294967295, "D:"},  // no wrap to a file
     };
     RestoreRecord out;
     for (const auto &l : lines) {
-        ASSERT_TRUE(parse_restore_record(l.line, out)) << l.line;
+        ASSERT_EQ(parse_restore_record(l.line, out), RestoreParse::kRecord) << l.line;
         EXPECT_EQ(out.objectName + "|" + std::to_string(out.objectType) + "|" + out.sddl,
                   l.name + ("|" + std::to_string(l.type)) + "|" + l.sddl);
     }
 
-    for (const char *bad : {"", "\r\n", "\"C:\\a.txt\"", "\"C:\\a.txt\",1", "\"C:\\a.txt\",1,D:",
+    for (const char *bad : {"\"C:\\a.txt\"", "\"C:\\a.txt\",1", "\"C:\\a.txt\",1,D:",
                             "C:\\a.txt,1,\"D:\"",
                             ",2,\"D:(A;;FA;;;WD)\">>>"}) {  // an unnamed "sddl" record has no '",'
-        EXPECT_FALSE(parse_restore_record(bad, out)) << bad;
+        EXPECT_EQ(parse_restore_record(bad, out), RestoreParse::kMalformed) << bad;
     }
+    for (const char *lineEnd : {"", "\r\n", "\n\r\n"})
+        EXPECT_EQ(parse_restore_record(lineEnd, out), RestoreParse::kNothing);
 }
 
 TEST(AclRecords, SecurityInformationFromSddl) {

@@ -309,6 +309,13 @@ TEST_F(FileBackend, FileExistsReadsEveryNameKindAndNullArgumentsAreRefused) {
             << c.kind << " " << &c - cases;
     const std::string tooLong(10240, 'a');
     EXPECT_EQ(VOXA_FILE_FileSystemFileExists(nullptr, tooLong.c_str(), 0), 50u);
+    // A UTF-16 name with no terminator is read no further than the longest
+    // one that could fit the work buffer (20480 units): here memory ends there.
+    auto *units = static_cast<wchar_t *>(VirtualAlloc(nullptr, 45056, MEM_RESERVE, PAGE_NOACCESS));
+    ASSERT_TRUE(units && VirtualAlloc(units, 40960, MEM_COMMIT, PAGE_READWRITE));
+    std::fill_n(units, 20480, L'a');
+    EXPECT_EQ(VOXA_FILE_FileSystemFileExists(nullptr, units, 1), 50u);
+    VirtualFree(units, 0, MEM_RELEASE);
 
     EXPECT_EQ(VOXA_FILE_Open(nullptr, 0, 0, kCallerData, 16), nullptr);
     EXPECT_EQ(VOXA_FILE_Open(path.c_str(), 0, 0, nullptr, 16), nullptr);

@@ -74,6 +74,7 @@ const HANDLE kLink = reinterpret_cast<HANDLE>(0x7000);
 std::vector<uint8_t> g_reparse;
 std::string g_target;
 DWORD g_targetAttributes;
+DWORD g_claimed;  // bytes the reading reports when not 0
 int g_opens, g_readings, g_linkOpens, g_closes;
 
 HANDLE WINAPI open_link(LPCSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES sa,
@@ -91,7 +92,7 @@ BOOL WINAPI read_reparse(HANDLE h, DWORD code, LPVOID in, DWORD inSize, LPVOID o
     EXPECT_EQ(std::make_pair(code, size), std::make_pair(DWORD{0x900A8}, DWORD{16384}));
     if (h != kLink) return real_os.DeviceIoControl(h, code, in, inSize, out, size, got, o);
     std::memcpy(out, g_reparse.data(), g_reparse.size());
-    return *got = static_cast<DWORD>(g_reparse.size()), TRUE;
+    return *got = g_claimed ? g_claimed : static_cast<DWORD>(g_reparse.size()), TRUE;
 }
 BOOL WINAPI close_link(HANDLE h) { return h == kLink ? ++g_closes, TRUE : real_os.CloseHandle(h); }
 DWORD WINAPI target_attributes(LPCSTR path) {
@@ -136,12 +137,16 @@ struct ResolveLink : ::testing::Test {
 // links, the second relative: flags 1), a deduplicated file (tag
 // 0x80000013) and an empty substitute name; the target is a directory, a
 // file, an offline reparse point, missing, or itself a link (read eleven
-// times).
+// times). Then a reading that reports 100 bytes more than the buffer holds,
+// with a name that starts 4 bytes before its end: it is not read.
 TEST_F(ResolveLink, RecordedReparseAnswers) {
     constexpr DWORD kJunction = 0xA0000003, kSymlink = 0xA000000C;
     constexpr DWORD kFile = FILE_ATTRIBUTE_ARCHIVE, kReparse = FILE_ATTRIBUTE_REPARSE_POINT;
+    std::vector<uint8_t> past = reparse(kJunction, L"C:");
+    const DWORD outside = 16364 | 24u << 16;  // substitute name offset, length
+    past.resize(16384), std::memcpy(&past[8], &outside, 4), std::memcpy(&past[16380], L"C:", 4);
     struct Case { std::vector<uint8_t> data; DWORD attributes; uint8_t result; std::string out;
-                  int readings; } cases[] = {
+                  int readings; DWORD claimed = 0; } cases[] = {
         {reparse(kJunction, L"\\??\\C:\\data"), FILE_ATTRIBUTE_DIRECTORY, 1, "C:\\data:3", 1},
         {reparse(kSymlink, L"\\??\\C:\\data", 0), kFile, 1, "C:\\data:1", 1},
         {reparse(kSymlink, L"b.txt", 1), kFile, 1, "b.txt:1", 1},  // as it stands
@@ -150,10 +155,11 @@ TEST_F(ResolveLink, RecordedReparseAnswers) {
         {reparse(kJunction, L"\\??\\C:\\data"), INVALID_FILE_ATTRIBUTES, 0, "C:\\data:0", 1},
         {reparse(0x80000013, L"\\??\\C:\\data"), kFile, 0, ":0", 1},
         {reparse(kJunction, L""), kFile, 0, ":0", 1},
+        {past, kFile, 0, ":0", 1, 16484},
         {reparse(kSymlink, L"\\??\\C:\\data", 0), kReparse, 0, "C:\\data:4", 11},
     };
     for (const Case &c : cases) {
-        g_reparse = c.data, g_targetAttributes = c.attributes;
+        g_reparse = c.data, g_targetAttributes = c.attributes, g_claimed = c.claimed;
         g_target = c.out.substr(0, c.out.rfind(':'));
         EXPECT_EQ(resolve(kLinkPath, c.result, 0), c.out);
         EXPECT_EQ(std::make_pair(g_opens, g_readings), std::make_pair(c.readings, c.readings))

@@ -102,6 +102,7 @@ struct Fake {
     std::vector<uint8_t> disk = mbr_disk(), floppyImage = floppy_disk();
     std::vector<uint8_t> layout = layout_of(disk);
     DWORD bytesPerSector = 512, geometryBytes = 24, openError = ERROR_ACCESS_DENIED;
+    int64_t cylinders = 60801;
     bool floppy = false, lockRefused = false, seekFails = false;
     uint64_t position = 0;
     std::string path;
@@ -127,7 +128,7 @@ BOOL WINAPI device_io(HANDLE, DWORD code, LPVOID, DWORD, LPVOID out, DWORD size,
     if (code == IOCTL_DISK_GET_DRIVE_GEOMETRY) {  // a 1.44 MB floppy or a 500 GB disk
         DISK_GEOMETRY geo = g->floppy ? DISK_GEOMETRY{{}, F3_1Pt44_512, 2, 18, g->bytesPerSector}
                                       : DISK_GEOMETRY{{}, FixedMedia, 255, 63, g->bytesPerSector};
-        geo.Cylinders.QuadPart = g->floppy ? 80 : 60801;
+        geo.Cylinders.QuadPart = g->floppy ? 80 : g->cylinders;
         return std::memcpy(out, &geo, 24), *got = g->geometryBytes, TRUE;
     }
     if (code != IOCTL_DISK_GET_DRIVE_LAYOUT || g->layout.empty() || g->layout.size() > size)
@@ -258,8 +259,10 @@ TEST_F(Physical, ReadsFailOnPartialSectorsSeeksAndStagingBuffers) {
 
 TEST_F(Physical, SizeIsTheStartOfTheDiskInModesOneToThree) {
     const struct { uint32_t drive; uint8_t mode; uint64_t size; } cases[] = {
-        {128, 1, 4000000}, {128, 3, 4000000}, {128, 0, 0}, {128, 4, 0}, {0, 2, 1474560}};
+        {128, 1, 4000000}, {128, 3, 4000000}, {128, 0, 0}, {128, 4, 0}, {0, 2, 1474560},
+        {129, 2, 4000000} /* 2^55 cylinders: a size past 64 bits, not one wrapped to 0 */};
     for (const auto &c : cases) {
+        fake.cylinders = c.drive == 129 ? int64_t{1} << 55 : 60801;
         IoObject *object = open(c.drive, c.mode);
         uint64_t size = 1;
         EXPECT_EQ(VOXA_PHYSICAL_GetSize(object, &size), 0u);

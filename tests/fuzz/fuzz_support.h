@@ -9,7 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <vector>
+
+#include "util/bytes.h"
 
 namespace vxio::fuzz {
 
@@ -45,6 +48,31 @@ private:
     const uint8_t *data_;
     size_t size_;
 };
+
+// The fuzzer's bytes in a block of exactly their size (never null), as a
+// system answer is held: ASan then sees every read past its end.
+inline std::unique_ptr<uint8_t[]> held_copy(const uint8_t *data, size_t size) {
+    std::unique_ptr<uint8_t[]> held(new uint8_t[size ? size : 1]);
+    if (size) std::memcpy(held.get(), data, size);
+    return held;
+}
+
+// Answers that hold pointers into themselves (a text's address inside the
+// same answer): any 8 bytes whose high half is kInsideTag are rewritten to
+// the block's address + the low half, so that a pointer can be made to
+// point inside, across the end of or outside the answer.
+constexpr uint64_t kInsideTag = 0x5A5A5A5Aull;
+inline void point_tagged_words(uint8_t *block, size_t size) {
+    const auto base = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(block));
+    for (size_t i = 0; i + 8 <= size; ++i) {
+        const uint64_t word = load_at<uint64_t>(block, i);
+        if (word >> 32 == kInsideTag) {
+            const uint64_t inside = base + (word & 0xFFFFFFFFu);
+            std::memcpy(block + i, &inside, 8);
+            i += 7;
+        }
+    }
+}
 
 // Another process's memory, made of the fuzzer's bytes: the bytes are
 // mapped at a fixed base address, and a read is answered only where it

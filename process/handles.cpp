@@ -22,6 +22,7 @@
 #include "process/handle_table.h"
 #include "process/loader_walk.h"
 #include "process/native_query.h"
+#include "process/native_records.h"
 #include "util/owner.h"
 #include "vxio/process.h"
 #include "vxio/process_memory.h"
@@ -63,8 +64,6 @@ void copy_text(char *field, size_t capacity, const char *text) noexcept {
 }
 
 // Layout of the 64-bit records read from the target (offsets in bytes).
-constexpr size_t kBasicProcessInfoSize = 48;  // PROCESS_BASIC_INFORMATION
-constexpr size_t kPebAddressAt = 8, kProcessIdAt = 32, kParentIdAt = 40;
 constexpr size_t kThreadBasicInfoSize = 44;  // grown to the platform's 48
 constexpr size_t kClientProcessAt = 16, kClientThreadAt = 24;
 constexpr ULONG kThreadStartAddressClass = 9;
@@ -520,10 +519,11 @@ extern "C" int32_t VOXA_IO_NativeAPIProcessInfoFromHandle(ProcessHandleQuery *qu
     });
     if (answer.noMemory) return kNoMemory;
     if (answer.status == kAccessDenied) return kAccessDeniedResult;
-    if (answer.status != 0 || basicSize < kBasicProcessInfoSize) return kFailed;
-    query->processId = static_cast<uint32_t>(load_at<ULONG_PTR>(basic.get(), kProcessIdAt));
-    query->parentProcessId = static_cast<uint32_t>(load_at<ULONG_PTR>(basic.get(), kParentIdAt));
-    const auto peb = load_at<ULONG_PTR>(basic.get(), kPebAddressAt);
+    BasicProcessInfo info;
+    if (answer.status != 0 || !read_basic_process_info(basic.get(), basicSize, info)) return kFailed;
+    query->processId = low32(info.processId);
+    query->parentProcessId = low32(info.parentId);
+    const uint64_t peb = info.environmentBlock;
 
     TargetReader reader{process};
     EnvironmentBlock environment;

@@ -87,16 +87,6 @@ using CloseServiceHandleFn = BOOL(WINAPI *)(SC_HANDLE);
 // ---------------------------------------------------------------------------
 // Native records, as the 64-bit system lays them out.
 
-// Basic process information (class 0 of the process query).
-struct BasicInformation {
-    int32_t exitStatus;
-    uint64_t environmentBlock;
-    uint64_t affinityMask;
-    int32_t basePriority;
-    uint64_t processId;
-    uint64_t parentProcessId;
-};
-static_assert(sizeof(BasicInformation) == 48, "basic process information");
 
 constexpr ULONG kQueryModules = 1;  // RTL_QUERY_PROCESS_MODULES
 
@@ -658,18 +648,15 @@ void convert_text(const Utf16Unit *text, size_t bytes, char *out, size_t outSize
 // bytes, and once it holds the record the record's size is what is asked
 // for. Bounded, since the query may refuse every length.
 int32_t query_basic(NtQueryInformationProcessFn query, HANDLE process,
-                    BasicInformation &basic) {
+                    BasicProcessInfo &basic) {
     ULONG size = 32;
     for (uint32_t round = 0; round < kBasicInfoRounds; ++round, size += 32) {
         ZeltaPtr<uint8_t> buffer(static_cast<uint8_t *>(ZELTA_mymalloc(size)));
         if (!buffer) return kNoMemory;
-        const ULONG asked = size < sizeof basic ? size : static_cast<ULONG>(sizeof basic);
+        const ULONG asked = size < kBasicProcessInfoSize ? size : ULONG{kBasicProcessInfoSize};
         ULONG reported = 0;
         const LONG status = query(process, 0, buffer.get(), asked, &reported);
-        if (status == 0 && asked == sizeof basic) {
-            std::memcpy(&basic, buffer.get(), sizeof basic);
-            return kOk;
-        }
+        if (status == 0 && read_basic_process_info(buffer.get(), asked, basic)) return kOk;
         if (status != 0 && status != kInfoLengthMismatch) return kFailed;
     }
     return kFailed;
@@ -699,12 +686,12 @@ int32_t native_process_modules(DynArray *list, DWORD processId, ProcessDetails *
     if (!process) return kFailed;
     auto query = ntdll_entry<NtQueryInformationProcessFn>("NtQueryInformationProcess");
     if (!query) return kFailed;
-    BasicInformation basic{};
+    BasicProcessInfo basic;
     const int32_t queried = query_basic(query, process.get(), basic);
     if (queried != kOk) return queried;
 
     details->exitStatus = static_cast<uint32_t>(basic.exitStatus);
-    details->parentProcessId = low32(basic.parentProcessId);
+    details->parentProcessId = low32(basic.parentId);
     details->environmentBlockAddress = basic.environmentBlock;
     TargetReader reader{process.get()};
     EnvironmentBlock environment;

@@ -73,6 +73,16 @@ ThreadIds read_thread(const uint8_t *answer, const ProcessRecord &record,
     return {load_at<uint64_t>(thread, kThreadProcessId), load_at<uint64_t>(thread, kThreadThreadId)};
 }
 
+bool read_basic_process_info(const uint8_t *answer, size_t size, BasicProcessInfo &out) noexcept {
+    out = BasicProcessInfo{};
+    if (!answer || size < kBasicProcessInfoSize) return false;
+    out.exitStatus = load_at<int32_t>(answer, 0x00);
+    out.environmentBlock = load_at<uint64_t>(answer, 0x08);
+    out.processId = load_at<uint64_t>(answer, 0x20);
+    out.parentId = load_at<uint64_t>(answer, 0x28);
+    return true;
+}
+
 uint32_t module_count(const uint8_t *block, size_t size) noexcept {
     if (!block || size < sizeof(uint32_t)) return 0;
     const uint32_t stated = load_at<uint32_t>(block, 0);

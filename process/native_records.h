@@ -51,6 +51,23 @@ struct ThreadIds {
 ThreadIds read_thread(const uint8_t *answer, const ProcessRecord &record, uint32_t index) noexcept;
 
 // ---------------------------------------------------------------------------
+// Basic process information (class 0 of the process query), 64-bit layout
+// of 48 bytes:
+//   +0x00 exit status (32-bit)   +0x08 environment block address
+//   +0x20 process id             +0x28 parent process id
+constexpr size_t kBasicProcessInfoSize = 48;
+
+struct BasicProcessInfo {
+    int32_t exitStatus = 0;
+    uint64_t environmentBlock = 0;
+    uint64_t processId = 0;
+    uint64_t parentId = 0;
+};
+
+// False (out cleared) when fewer than kBasicProcessInfoSize bytes are held.
+bool read_basic_process_info(const uint8_t *answer, size_t size, BasicProcessInfo &out) noexcept;
+
+// ---------------------------------------------------------------------------
 // Module blocks (RTL_PROCESS_MODULES) of the kernel-module query (class 11)
 // and of the debug buffer: a 32-bit count, then from offset 8 records of
 // 296 bytes:

@@ -12,7 +12,9 @@
 //  - a name is kept exactly when its counted characters lie inside, and
 //    then it is the stated length (even) at the stated place;
 //  - reading a record again gives the same, and an offset past the end
-//    gives none.
+//    gives none;
+//  - the same bytes read as basic process information give its fields
+//    exactly when the 48 bytes are held.
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -88,6 +90,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
         if (record.next == 0) break;
         offset = record.next;
+    }
+
+    BasicProcessInfo basic;
+    const bool whole = read_basic_process_info(answer, size, basic);
+    VXIO_REQUIRE(whole == (size >= kBasicProcessInfoSize));
+    if (whole) {
+        VXIO_REQUIRE(basic.exitStatus == vxio::load_at<int32_t>(answer, 0) &&
+                     basic.environmentBlock == vxio::load_at<uint64_t>(answer, 8) &&
+                     basic.processId == vxio::load_at<uint64_t>(answer, 32) &&
+                     basic.parentId == vxio::load_at<uint64_t>(answer, 40));
+    } else {
+        VXIO_REQUIRE(basic.processId == 0 && basic.environmentBlock == 0);
     }
     return 0;
 }

@@ -3,7 +3,8 @@
 # test makes under HKCU (values naming a file that exists, one that does
 # not, and a folder), the listing and its JSON form, a repair refused at
 # the prompt (nothing changes), a repair with --yes (only that value goes),
-# the default definition file beside vxio.exe, and bad usage.
+# findings marked by a signature list, the default definition file beside
+# vxio.exe, and bad usage.
 # Usage: startup_tool_test.sh PATH/TO/vxio.exe
 set -u
 # shellcheck source=lib.sh
@@ -47,6 +48,23 @@ for line in sys.stdin:
     assert o["id"] == 7 and o["name"] == "evil" and o["root"] == "HKCU", o
     assert o["location"] == "Software\\vxio-startup-tool-test\\Run", o
 '; then pass; else fail "json: $out"; fi
+
+# Signatures: a finding whose file matches gets the signature's name as a
+# last field (JSON "detection") and the exit status 1; a size alone is not
+# enough; a bad list is refused, by line, before anything is scanned.
+evil_sha1=$(sha1sum evil.exe | cut -c1-40)
+printf '# list\r\n\r\n%s:3:Same-Hash-Other-Size\r\n%s:2:Test.Evil\r\n' "$evil_sha1" "$evil_sha1" >match.sigs
+run_vxio startup --definitions defs.txt --signatures match.sigs
+check "signatures: found exit status" 1 "$status"
+check "signatures: every finding marked" 0 "$(printf '%s\n' "$out" | grep -vc '	disinf_deletenamevalue	Test.Evil$')"
+run_vxio startup --definitions defs.txt --signatures match.sigs --json
+case $out in *'"action":"disinf_deletenamevalue","detection":"Test.Evil"}'*) pass ;; *) fail "signatures json: $out" ;; esac
+printf '%s:*:Other\n' "$(printf x | sha1sum | cut -c1-40)" >other.sigs
+run_vxio startup --definitions defs.txt --signatures other.sigs
+check "signatures: nothing found" "0 0" "$status $(printf '%s\n' "$out" | grep -vc '	disinf_deletenamevalue	-$')"
+printf '# list\n%s:2x:Bad\n' "$evil_sha1" >bad.sigs
+run_vxio startup --definitions defs.txt --signatures bad.sigs
+check "signatures: bad list" "2 [] [vxio: bad.sigs:2: bad signature line (the size is not a byte count or *)]" "$status [$out] [$err]"
 
 # Refused at the prompt: the value stays.
 out=$(echo n | vxio startup --definitions defs.txt --clean 0 2>&1)

@@ -9,6 +9,7 @@
 
 #include "digest.h"
 #include "scan_text.h"
+#include "signatures.h"
 #include "tool.h"
 #include "vxio/startup.h"
 
@@ -16,7 +17,7 @@ namespace vxio_tool {
 namespace {
 
 const char kUsage[] =
-    "Usage: vxio startup [--definitions FILE] [--json]\n"
+    "Usage: vxio startup [--definitions FILE] [--signatures LIST] [--json]\n"
     "       vxio startup [--definitions FILE] --clean INDEX [--yes]\n"
     "Walk the places from which programs start by themselves (registry keys in\n"
     "both registry views, start-up folders), as the definition FILE lists them,\n"
@@ -29,6 +30,9 @@ const char kUsage[] =
     "  --definitions FILE  the definition file (default: startup_locations.txt\n"
     "                      beside vxio.exe)\n"
     "  --json              one JSON object per finding instead\n"
+    "  --signatures LIST   hash each finding's file and add the name of the\n"
+    "                      signature of LIST it matches (SHA1HEX:SIZE:NAME lines,\n"
+    "                      see vxio scan --help), or -, as a last field\n"
     "  --clean INDEX       apply the repair of finding INDEX (as listed by a run\n"
     "                      over the same definitions): prints what it will\n"
     "                      change, asks, then changes the registry\n"
@@ -36,7 +40,9 @@ const char kUsage[] =
     "  -h, --help          show this help and exit\n"
     "\n"
     "Exit codes: 0 done, 1 the scan found no readable location or the repair\n"
-    "failed, 2 bad usage.\n";
+    "failed, 2 bad usage. With --signatures: 0 no finding matched, 1 some\n"
+    "finding matched, 2 a bad list, a file that could not be read, no readable\n"
+    "location, or bad usage.\n";
 
 constexpr const char kDefaultDefinitions[] = "startup_locations.txt";
 
@@ -107,6 +113,32 @@ std::string repair_text(const StartupFinding &f) {
     }
 }
 
+// The name of the signature the file at path matches, "" for none; false
+// (with the reason on stderr) when it cannot be read. Only a file of a
+// size some signature has is hashed.
+bool detect(const SignatureTable &signatures, const IoTable &table, std::vector<uint8_t> &buffer,
+            const char *path, std::string &detection) {
+    detection.clear();
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    std::string failure;
+    if (!GetFileAttributesExA(path, GetFileExInfoStandard, &data)) {
+        failure = reason_text(GetLastError());
+    } else if (!(data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
+               !signatures.wants(uint64_t(data.nFileSizeHigh) << 32 | data.nFileSizeLow)) {
+        return true;
+    } else {
+        uint8_t digest[SHA1HashSize];
+        uint64_t size = 0;
+        failure = hash_named_object(table, buffer, path, false, digest, &size);
+        if (failure.empty()) {
+            if (const std::string *name = signatures.match(digest, size)) detection = *name;
+            return true;
+        }
+    }
+    fprintf(stderr, "vxio: %s: %s\n", to_utf8(path).c_str(), failure.c_str());
+    return false;
+}
+
 int parse_index(const char *text, uint64_t *index) {
     unsigned long value = 0;
     if (!parse_count(text, &value)) return 0;
@@ -117,8 +149,8 @@ int parse_index(const char *text, uint64_t *index) {
 }  // namespace
 
 int run_startup(int argc, char **argv) {
-    std::string definitions;
-    bool json = false, yes = false, clean = false;
+    std::string definitions, signatureList;
+    bool json = false, yes = false, clean = false, useSignatures = false;
     uint64_t cleanIndex = 0;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
@@ -127,6 +159,9 @@ int run_startup(int argc, char **argv) {
             return kExitOk;
         } else if (arg == "--definitions" && i + 1 < argc) {
             definitions = argv[++i];
+        } else if (arg == "--signatures" && i + 1 < argc) {
+            useSignatures = true;
+            signatureList = argv[++i];
         } else if (arg == "--json") {
             json = true;
         } else if (arg == "--yes") {
@@ -140,6 +175,17 @@ int run_startup(int argc, char **argv) {
         }
     }
     if (definitions.empty()) definitions = default_definitions();
+    if (useSignatures && clean)
+        return usage_error("startup", "--signatures does not go with --clean");
+    // A bad list stops the run before anything is scanned.
+    SignatureTable signatures;
+    std::string listError;
+    if (useSignatures && !load_signatures(signatureList, signatures, listError)) {
+        fprintf(stderr, "vxio: %s\n", to_utf8(listError).c_str());
+        return kExitUsage;
+    }
+    // In signature mode the exit codes are the scanners': 1 says found.
+    const int failed = useSignatures ? int(kExitUsage) : int(kExitUnreadable);
 
     // The definition text is handed to the scan as an I/O object: a file
     // read through the File backend. A directory never reaches the backend,
@@ -149,20 +195,20 @@ int run_startup(int argc, char **argv) {
         fprintf(stderr, "vxio: %s: %s\n", definitions.c_str(),
                 attributes == INVALID_FILE_ATTRIBUTES ? reason_text(GetLastError()).c_str()
                                                       : "Is a directory");
-        return kExitUnreadable;
+        return failed;
     }
     static const uint8_t kNoCallerData[16] = {};
     FileObject text(VOXA_FILE_Open(definitions.c_str(), 0, 0, kNoCallerData, 16));
     if (!text.valid()) {
         fprintf(stderr, "vxio: %s: %s\n", definitions.c_str(), open_failure(definitions.c_str()).c_str());
-        return kExitUnreadable;
+        return failed;
     }
     Scan scan(VOXA_IO_OpenStartupScan(text.get(), nullptr));
     text.reset();
     if (!scan.valid()) {
         fprintf(stderr, "vxio startup: %s: no location could be read, or the definitions do "
                         "not parse\n", definitions.c_str());
-        return kExitUnreadable;
+        return failed;
     }
     const uint32_t count = scan.get()->count;
 
@@ -196,6 +242,17 @@ int run_startup(int argc, char **argv) {
         return status == 0 ? kExitOk : kExitUnreadable;
     }
 
+    FileTable fileTable;
+    std::vector<uint8_t> buffer;
+    if (useSignatures) {
+        fileTable.reset(VXIO_TOOL_TABLE(VOXA_IO_GetTableForFileIO));
+        if (!fileTable.valid()) {
+            fprintf(stderr, "vxio startup: no File backend table\n");
+            return kExitUsage;
+        }
+        buffer.resize(kChunk);
+    }
+    bool found = false, unreadable = false;
     for (uint32_t index = 0; index < count; ++index) {
         char *path = nullptr, *location = nullptr;
         uint64_t pathLength = 0, locationLength = 0;
@@ -206,6 +263,10 @@ int run_startup(int argc, char **argv) {
             continue;
         }
         const StartupFinding &f = *static_cast<StartupFinding *>(scan.get()->items[index]);
+        std::string detection;
+        if (useSignatures && !detect(signatures, *fileTable.get(), buffer, path, detection))
+            unreadable = true;
+        found = found || !detection.empty();
         if (json) {
             const std::string line =
                 "{\"index\":" + std::to_string(index) + ",\"id\":" + std::to_string(f.id) +
@@ -213,17 +274,20 @@ int run_startup(int argc, char **argv) {
                 "\",\"view\":\"" + view_text(f.view) + "\",\"key\":" +
                 json_string(f.key ? f.key : "") + ",\"name\":" + json_string(f.name ? f.name : "") +
                 ",\"location\":" + json_string(location ? location : "") + ",\"action\":\"" +
-                action_text(f.action) + "\"}\n";
+                action_text(f.action) + "\"" +
+                (detection.empty() ? "" : ",\"detection\":" + json_string(detection)) + "}\n";
             fputs(line.c_str(), stdout);
         } else {
-            printf("%u\t%u\t%s\t%s\t%s\t%s\t%s\t%s\n", index, f.id, to_utf8(path).c_str(),
+            printf("%u\t%u\t%s\t%s\t%s\t%s\t%s\t%s%s%s\n", index, f.id, to_utf8(path).c_str(),
                    root_text(f.root), view_text(f.view), to_utf8(text_or_dash(f.key)).c_str(),
-                   to_utf8(text_or_dash(f.name)).c_str(), action_text(f.action));
+                   to_utf8(text_or_dash(f.name)).c_str(), action_text(f.action),
+                   useSignatures ? "\t" : "", useSignatures ? text_or_dash(detection.c_str()) : "");
         }
         ZELTA_myfree(path);
         ZELTA_myfree(location);
     }
-    return kExitOk;
+    if (unreadable) return kExitUsage;
+    return found ? kExitUnreadable : kExitOk;
 }
 
 }  // namespace vxio_tool

@@ -1,0 +1,249 @@
+// Checking digest lists against the objects they name, read again through
+// the File backend (see check.h).
+#include "check.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "digest.h"
+#include "sum_lines.h"
+#include "tool.h"
+
+namespace vxio_tool {
+namespace {
+
+// The longest path the system takes, in UTF-16 units.
+constexpr int kMaxWidePath = 32767;
+
+struct Counts {
+    unsigned long long lines = 0, improper = 0, unreadable = 0, mismatched = 0;
+};
+
+std::wstring widen(const std::string &text, UINT codePage, DWORD flags) {
+    if (text.empty() || text.size() > static_cast<size_t>(kMaxWidePath) * 4) return L"";
+    const int size = static_cast<int>(text.size());
+    const int units = MultiByteToWideChar(codePage, flags, text.data(), size, nullptr, 0);
+    if (units <= 0 || units > kMaxWidePath) return L"";
+    std::wstring wide(static_cast<size_t>(units), L'\0');
+    MultiByteToWideChar(codePage, flags, text.data(), size, &wide[0], units);
+    return wide;
+}
+
+// The ANSI form of a wide name, or "" when some character has none.
+std::string to_ansi(const std::wstring &wide) {
+    if (wide.empty()) return "";
+    const int units = static_cast<int>(wide.size());
+    BOOL lossy = FALSE;
+    const int bytes = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(), units,
+                                          nullptr, 0, nullptr, &lossy);
+    if (bytes <= 0 || lossy) return "";
+    std::string ansi(static_cast<size_t>(bytes), '\0');
+    WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(), units, &ansi[0], bytes,
+                        nullptr, &lossy);
+    return lossy ? "" : ansi;
+}
+
+// "\\?\" and the full path of name, with "." and ".." resolved here: the
+// prefix turns off the system's own resolution, and with it the reading
+// of "nul.txt" or "con" as a device and the 260-character limit. An
+// unresolvable name (drive-relative "C:x", "\\.\" devices) is kept as is.
+std::wstring full_path(std::wstring name) {
+    for (wchar_t &c : name)
+        if (c == L'/') c = L'\\';
+    if (name.compare(0, 4, L"\\\\?\\") == 0 || name.compare(0, 4, L"\\\\.\\") == 0) return name;
+    std::wstring root, rest;
+    if (name.compare(0, 2, L"\\\\") == 0) {
+        root = L"\\\\?\\UNC\\";
+        rest = name.substr(2);
+    } else if (name.size() >= 2 && name[1] == L':') {
+        if (name.size() == 2 || name[2] != L'\\') return name;
+        root = L"\\\\?\\" + name.substr(0, 3);
+        rest = name.substr(3);
+    } else {
+        wchar_t here[MAX_PATH + 1];
+        const DWORD length = GetCurrentDirectoryW(MAX_PATH + 1, here);
+        if (length < 3 || length > MAX_PATH || here[1] != L':') return name;
+        root = L"\\\\?\\" + std::wstring(here, 3);
+        rest = name[0] == L'\\' ? name.substr(1) : std::wstring(here + 3, length - 3) + L"\\" + name;
+    }
+    std::vector<std::wstring> parts;
+    for (size_t at = 0; at <= rest.size();) {
+        size_t end = rest.find(L'\\', at);
+        if (end == std::wstring::npos) end = rest.size();
+        const std::wstring part = rest.substr(at, end - at);
+        if (part == L"..") {
+            if (!parts.empty()) parts.pop_back();
+        } else if (!part.empty() && part != L".") {
+            parts.push_back(part);
+        }
+        at = end + 1;
+    }
+    std::wstring path = root;
+    for (size_t i = 0; i < parts.size(); ++i) path += (i ? L"\\" : L"") + parts[i];
+    return path;
+}
+
+// The name the library is given for a listed name: the full path in the
+// ANSI code page, which the library's calls take, in fewer than MAX_PATH
+// bytes, which is all they take. A name outside that code page, or a
+// longer path, is reached through its short form, which a volume that
+// keeps short names has for every long one. "" when the name has no ANSI
+// form at all.
+std::string library_name(const std::string &listed) {
+    // Lists are UTF-8; a name that is not is taken as ANSI bytes, as a
+    // list written by hand on this system may be.
+    std::wstring wide = widen(listed, CP_UTF8, MB_ERR_INVALID_CHARS);
+    if (wide.empty()) wide = widen(listed, CP_ACP, 0);
+    if (wide.empty()) return "";
+    const std::wstring full = full_path(wide);
+    const std::string ansi = to_ansi(full);
+    if (!ansi.empty() && ansi.size() < MAX_PATH) return ansi;
+    std::wstring shortName(kMaxWidePath + 1, L'\0');
+    const DWORD length = GetShortPathNameW(full.c_str(), &shortName[0], kMaxWidePath + 1);
+    if (length == 0 || length > kMaxWidePath) return ansi;  // the open tells why
+    shortName.resize(length);
+    const std::string shortAnsi = to_ansi(shortName);
+    return shortAnsi.empty() ? ansi : shortAnsi;
+}
+
+struct Checker {
+    FileTable table;
+    std::vector<uint8_t> buffer;
+    bool streams = false;
+    Counts counts;
+};
+
+// Hashes the object a line names. Returns "" or the reason of failure.
+std::string hash_listed(Checker &checker, const std::string &name, uint8_t digest[SHA1HashSize]) {
+    std::string path, stream, opened;
+    uint64_t size = 0;
+    if (checker.streams && split_stream_name(name, &path, &stream)) {
+        // The owner must exist (a file or a directory: both hold streams);
+        // the stream is then opened as the data stream it was listed as.
+        const std::string owner = library_name(path);
+        const std::string streamAnsi = to_ansi(widen(stream, CP_UTF8, 0));
+        if (owner.empty() || streamAnsi.empty()) return reason_text(ERROR_FILE_NOT_FOUND);
+        if (GetFileAttributesA(owner.c_str()) == INVALID_FILE_ATTRIBUTES)
+            return reason_text(GetLastError());
+        opened = owner + ":" + streamAnsi;
+        if (streamAnsi.find(':') == std::string::npos) opened += ":$DATA";
+        return hash_named_object(*checker.table.get(), checker.buffer, opened.c_str(), true,
+                                 digest, &size);
+    }
+    opened = library_name(name);
+    if (opened.empty()) return reason_text(ERROR_FILE_NOT_FOUND);
+    return hash_named_object(*checker.table.get(), checker.buffer, opened.c_str(), false, digest,
+                             &size);
+}
+
+void check_line(Checker &checker, const SumLine &line) {
+    uint8_t digest[SHA1HashSize];
+    const std::string failure = hash_listed(checker, line.name, digest);
+    bool escaped = false;
+    const std::string shown = shown_check_name(line.name, &escaped);
+    const char *verdict = "OK";
+    if (!failure.empty()) {
+        fflush(stdout);  // the reason comes before its result, as on a terminal
+        fprintf(stderr, "vxio: %s: %s\n", shown.c_str(), failure.c_str());
+        verdict = "FAILED open or read";
+        ++checker.counts.unreadable;
+    } else if (memcmp(digest, line.digest, SHA1HashSize) != 0) {
+        verdict = "FAILED";
+        ++checker.counts.mismatched;
+    }
+    printf("%s%s: %s\n", escaped ? "\\" : "", shown.c_str(), verdict);
+}
+
+void warn(unsigned long long count, const char *one, const char *many) {
+    if (count > 0) fprintf(stderr, "vxio: WARNING: %llu %s\n", count, count == 1 ? one : many);
+}
+
+// Reads one list to its end and checks its lines. False when the list
+// itself could not be read.
+bool check_list(Checker &checker, const std::string &list) {
+    const bool isStdin = list == "-";
+    FileHandle owned;
+    HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    if (!isStdin) {
+        owned.reset(CreateFileA(list.c_str(), GENERIC_READ,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+        if (!owned.valid()) {
+            fflush(stdout);
+            fprintf(stderr, "vxio: %s: %s\n", list.c_str(), open_failure(list.c_str()).c_str());
+            return false;
+        }
+        input = owned.get();
+    } else if (input == nullptr || input == INVALID_HANDLE_VALUE) {
+        fputs("vxio: -: no standard input\n", stderr);
+        return false;
+    }
+    SumLineSplitter splitter;
+    std::vector<char> chunk(64 * 1024);
+    std::string text;
+    SumLine line;
+    for (bool done = false; !done;) {
+        DWORD got = 0;
+        if (!ReadFile(input, chunk.data(), static_cast<DWORD>(chunk.size()), &got, nullptr)) {
+            // The writer closing its end is how a pipe ends.
+            if (GetLastError() != ERROR_BROKEN_PIPE) {
+                const std::string reason = read_failure();
+                fflush(stdout);
+                fprintf(stderr, "vxio: %s: %s\n", list.c_str(), reason.c_str());
+                return false;
+            }
+            got = 0;
+        }
+        if (got == 0) {
+            splitter.finish();
+            done = true;
+        } else {
+            splitter.feed(chunk.data(), got);
+        }
+        for (bool overlong = false; splitter.next(&text, &overlong);) {
+            // Empty lines separate, as in lists edited by hand: not counted.
+            if (!overlong && (text.empty() || text == "\r")) continue;
+            if (!overlong && parse_sum_line(text.data(), text.size(), &line)) {
+                ++checker.counts.lines;
+                check_line(checker, line);
+            } else {
+                ++checker.counts.improper;
+            }
+        }
+    }
+    fflush(stdout);
+    if (checker.counts.lines == 0) {
+        fprintf(stderr, "vxio: %s: no properly formatted checksum lines found\n",
+                isStdin ? "'standard input'" : list.c_str());
+        return false;
+    }
+    warn(checker.counts.improper, "line is improperly formatted",
+         "lines are improperly formatted");
+    warn(checker.counts.unreadable, "listed file could not be read",
+         "listed files could not be read");
+    warn(checker.counts.mismatched, "computed checksum did NOT match",
+         "computed checksums did NOT match");
+    return checker.counts.unreadable == 0 && checker.counts.mismatched == 0;
+}
+
+}  // namespace
+
+int run_check(const std::vector<std::string> &files_or_dash, bool streams) {
+    Checker checker;
+    checker.streams = streams;
+    checker.table.reset(VXIO_TOOL_TABLE(VOXA_IO_GetTableForFileIO));
+    if (!checker.table.valid()) {
+        fputs("vxio: cannot build the I/O table\n", stderr);
+        return kExitUnreadable;
+    }
+    checker.buffer.resize(kChunk);
+    int status = kExitOk;
+    for (const std::string &list : files_or_dash.empty() ? std::vector<std::string>{"-"}
+                                                         : files_or_dash) {
+        checker.counts = Counts();
+        if (!check_list(checker, list)) status = kExitUnreadable;
+    }
+    return status;
+}
+
+}  // namespace vxio_tool

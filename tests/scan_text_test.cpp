@@ -52,7 +52,7 @@ TEST(ScanText, CountsRejectSignsGarbageAndOverflow) {
         EXPECT_FALSE(parse_count(bad, &value)) << bad;
 }
 
-TEST(ScanText, JsonLinesEscapeAndConvertToUtf8) {
+TEST(ScanText, JsonLinesEscapeAndKeepUtf8) {
     const uint64_t size = 5;
     EXPECT_EQ(json_line("d\\a \"q\".txt", "file", &size, "ab12", 0x20, ""),
               "{\"path\":\"d\\\\a \\\"q\\\".txt\",\"kind\":\"file\",\"size\":5,"
@@ -60,9 +60,11 @@ TEST(ScanText, JsonLinesEscapeAndConvertToUtf8) {
     EXPECT_EQ(json_line("x\n", "link", nullptr, "", INVALID_FILE_ATTRIBUTES, "gone"),
               "{\"path\":\"x\\n\",\"kind\":\"link\",\"size\":null,\"sha1\":null,"
               "\"error\":\"gone\"}\n");
-    // "\xE9" is e-acute in the ANSI code page of the test system (1252).
-    EXPECT_EQ(json_line("caf\xE9", "file", &size, "", INVALID_FILE_ATTRIBUTES, ""),
-              "{\"path\":\"caf\xC3\xA9\",\"kind\":\"file\",\"size\":5,\"sha1\":null}\n");
+    // Names arrive in UTF-8 and are written as they are, never converted
+    // again: e-acute stays its two bytes, a CJK character its three.
+    EXPECT_EQ(json_line("caf\xC3\xA9\xE4\xB8\xAD", "file", &size, "", INVALID_FILE_ATTRIBUTES,
+                        ""),
+              "{\"path\":\"caf\xC3\xA9\xE4\xB8\xAD\",\"kind\":\"file\",\"size\":5,\"sha1\":null}\n");
     EXPECT_EQ(json_line(std::string("\x01", 1), "file", nullptr, "", INVALID_FILE_ATTRIBUTES, ""),
               "{\"path\":\"\\u0001\",\"kind\":\"file\",\"size\":null,\"sha1\":null}\n");
 }

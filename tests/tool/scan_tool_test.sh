@@ -2,8 +2,10 @@
 # vxio.exe scan under Wine over a tree made here, against sha1sum run
 # natively on the same files: the same digests, "sha1sum -c" on the
 # output, walk order independent of --jobs, --exclude, --max-depth,
-# --json, --summary, a link back up the tree (listed, not entered), a
-# missing PATH (reported, the scan goes on, exit 1) and bad usage.
+# --json, --summary, a link back up the tree (listed, not entered), names
+# outside the ANSI code page, named like devices, paths over 260
+# characters and a "\\?\" root, a missing PATH, an unlistable directory
+# and a FIFO (reported, the scan goes on, exit 1) and bad usage.
 # Usage: scan_tool_test.sh PATH/TO/vxio.exe
 set -u
 # shellcheck source=lib.sh
@@ -31,6 +33,12 @@ printf 'z' >tree/sub/skip.tmp
 printf 'accent' >"tree/caf$(printf '\xc3\xa9').txt"
 printf 'hidden' >tree/.hidden
 ln -s .. tree/sub/up          # a link back up the tree: never entered
+# Names the 8-bit calls get wrong: outside the ANSI code page, devices,
+# one the library takes for "." or "..", and a path of over 300 characters.
+long=$(printf 'L%.0s' {1..100})
+mkdir -p "tree/names/$long/$long/$long"
+for name in nul.txt CON aux.log com1.exe LPT9 "$(printf '\xe4\xb8\xad\xe6\x96\x87').txt" .a \
+    "$long/$long/$long/deep.txt"; do printf '%s' "$name" >"tree/names/$name"; done
 
 # Every file once, with sha1sum's digest; sha1sum -c accepts the lines.
 # "tree/" asks for "/" separators; "tree" alone gets the system's "\".
@@ -44,6 +52,9 @@ if sha1sum --quiet -c sums >/dev/null 2>&1; then pass; else fail "tree: sha1sum 
 run_vxio scan 'tree\sub\deeper'
 check "backslashes: escaped as sha1sum escapes them" \
     "\\$(sha1sum tree/sub/deeper/c.txt | cut -c1-40)  tree\\\\sub\\\\deeper\\\\c.txt" "$out"
+run_vxio scan "\\\\?\\Z:$(pwd -P | tr / '\\')\\tree\\names"
+check "long root: every file" "$(find tree/names -type f -print0 | xargs -0 sha1sum | cut -c1-40 |
+    sort)" "$(printf '%s\n' "$out" | cut -c2-41 | sort)"
 
 # The order is the walk's, whatever the number of hashers.
 run_vxio scan --jobs 1 tree
@@ -51,7 +62,8 @@ one=$out
 run_vxio scan --jobs 7 tree
 check "jobs: same output with 1 and 7 hashers" "$one" "$out"
 
-run_vxio scan --exclude '*.TMP' --exclude 'with space' --exclude 'tree/sub/deeper/*' tree/
+run_vxio scan --exclude '*.TMP' --exclude 'with space' --exclude 'tree/sub/deeper/*' \
+    --exclude names tree/
 check "exclude: names and paths" "$(cd . && sha1sum tree/a.bin tree/empty.bin tree/sub/b.bin \
     "tree/caf$(printf '\xc3\xa9').txt" tree/.hidden | sort)" "$(printf '%s\n' "$out" | sort)"
 
@@ -90,6 +102,23 @@ case $err in
 *"vxio: missing: No such file or directory"*"1 files, 0 streams, 0 skipped, 1 unreadable; 4097 bytes"*) pass ;;
 *) fail "missing: message and summary: $err" ;;
 esac
+
+# Neither an unlistable directory nor a FIFO is ever hashed as empty. Root
+# lists any directory: it runs without the capabilities that override
+# file modes.
+mkdir -p bad/locked && mkfifo bad/fifo && printf ok >bad/ok && chmod 000 bad/locked
+nocaps=()
+[ "$(id -u)" = 0 ] && nocaps=(setpriv --inh-caps=-dac_override,-dac_read_search
+    --bounding-set=-dac_override,-dac_read_search)
+out=$("${nocaps[@]}" "$wine_run" "$exe" scan --summary bad/ 2>"$work/stderr")
+status=$? err=$(cat "$work/stderr")
+chmod 755 bad/locked
+check "gaps: exit status" 1 "$status"
+check "gaps: the rest is scanned" "$(sha1sum bad/ok)" "$out"
+for want in "vxio: bad/fifo: not a regular file (a pipe or FIFO)" \
+    "vxio: bad/locked: Permission denied" "1 files, 0 streams, 0 skipped, 2 unreadable"; do
+    case $err in *"$want"*) pass ;; *) fail "gaps: no '$want' in: $err" ;; esac
+done
 
 for bad in "--jobs 0" "--jobs 65" "--max-depth x" "--exclude" "--bogus tree" ""; do
     # shellcheck disable=SC2086

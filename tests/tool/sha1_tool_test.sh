@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # vxio.exe sha1 under Wine, against the system's sha1sum run natively on the
 # same files: output byte for byte (chunk boundaries, names with spaces,
-# "--", escaped backslash names), "sha1sum -c" on the tool's output,
+# "--", escaped backslash names, names outside the ANSI code page or named
+# like devices, a path of over 300 characters), "sha1sum -c" on the output,
 # standard input from a pipe and from a file read part-way, a file over
 # 4 GiB, unreadable files, bad usage, --version and --help.
 # Usage: sha1_tool_test.sh PATH/TO/vxio.exe
@@ -34,7 +35,12 @@ head -c $(((1 << 20) + 1)) /dev/urandom >chunk1.bin
 head -c $(((2 << 20) + 4097)) /dev/urandom >sub/three.bin
 printf 'spaced out' >'name with spaces.txt'
 printf 'dash' >-lead.txt
-files=(empty.bin one.bin block.bin chunk.bin chunk1.bin sub/three.bin 'name with spaces.txt')
+long=$(printf 'L%.0s' {1..100})
+mkdir -p "$long/$long/$long"
+files=(empty.bin one.bin block.bin chunk.bin chunk1.bin sub/three.bin 'name with spaces.txt'
+    nul.txt CON aux.log com1.exe LPT9 "$(printf '\xe4\xb8\xad\xe6\x96\x87').txt"
+    "$long/$long/$long/deep.txt")
+for name in "${files[@]:7}"; do printf '%s' "$name" >"$name"; done
 
 # Regular files: the same lines as sha1sum, nothing on stderr, and the
 # lines check out. "--" makes "-lead.txt" a name.
@@ -71,12 +77,14 @@ out=$( (dd bs=1 count=3 of=/dev/null 2>/dev/null && vxio sha1 - -) <block.bin)
 check "stdin: file read part-way" "$( (dd bs=1 count=3 of=/dev/null 2>/dev/null && sha1sum - -) <block.bin)" "$out"
 
 # Unreadable operands are reported and skipped; the others still hashed.
-run_vxio sha1 one.bin missing.bin nodir/x.bin sub empty.bin
+mkfifo fifo
+run_vxio sha1 one.bin missing.bin nodir/x.bin sub fifo empty.bin
 check "unreadable: exit status" 1 "$status"
 check "unreadable: readable files hashed" "$(sha1sum one.bin empty.bin; echo .)" "$out."
 check "unreadable: reasons" "vxio: missing.bin: No such file or directory
 vxio: nodir/x.bin: No such file or directory
-vxio: sub: Is a directory" "$err"
+vxio: sub: Is a directory
+vxio: fifo: not a regular file (a pipe or FIFO)" "$err"
 
 # Bad usage: exit 2, help or a message on stderr, nothing hashed.
 for args in "" "frob" "--bogus" "sha1 -x one.bin" "sha1 one.bin --bogus"; do

@@ -17,6 +17,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "digest.h"
@@ -60,6 +61,13 @@ const char kUsage[] =
     "so a walk cannot loop. A progress line is shown on stderr when it is a\n"
     "terminal.\n"
     "\n"
+    "Every name is printed as it is, in UTF-8, also outside the ANSI code page;\n"
+    "files named like devices (nul.txt, con, com1.exe) are read as files, and\n"
+    "paths longer than 260 characters and \\\\?\\ PATHs are walked. A directory\n"
+    "that cannot be listed, an object that cannot be read or that is not a\n"
+    "regular file (a pipe, a device) is reported on stderr with the reason,\n"
+    "counted as unreadable and never hashed.\n"
+    "\n"
     "Exit codes: 0 every object read, 1 some object or directory could not be\n"
     "read (the scan goes on and reports each on stderr), 2 bad usage.\n";
 
@@ -85,8 +93,8 @@ const char *kind_name(Kind kind) {
 }
 
 struct Options {
-    std::vector<std::string> roots;
-    std::vector<std::string> excludes;
+    std::vector<std::wstring> roots;    // as typed, characters outside ANSI kept
+    std::vector<std::string> excludes;  // UTF-8, as the names they match
     int maxDepth = -1;  // no limit
     unsigned jobs = 0;  // 0: one per processor
     bool json = false;
@@ -97,8 +105,8 @@ struct Options {
 // One object of the walk, in walk order. The walker fills the first part;
 // a hasher fills the rest and then sets done (under the list's lock).
 struct Item {
-    std::string path;   // the name the system opens
-    std::string shown;  // the name printed
+    std::string path;   // the name the library opens (ANSI)
+    std::string shown;  // the name printed (UTF-8)
     Kind kind = Kind::File;
     uint64_t listedSize = 0;
     bool knownFile = false;  // the walk listed it as a file or stream
@@ -119,7 +127,8 @@ class WorkList {
     void add(Item item) {
         {
             std::lock_guard<std::mutex> lock(mutex_);
-            if (!needs_hashing(item)) item.done = true;
+            // An object already known to be unreadable is reported as it is.
+            if (!needs_hashing(item) || !item.failure.empty()) item.done = true;
             items_.push_back(std::move(item));
         }
         changed_.notify_all();
@@ -137,7 +146,7 @@ class WorkList {
     Item *take() {
         std::unique_lock<std::mutex> lock(mutex_);
         for (;;) {
-            while (nextToHash_ < items_.size() && !needs_hashing(items_[nextToHash_])) ++nextToHash_;
+            while (nextToHash_ < items_.size() && items_[nextToHash_].done) ++nextToHash_;
             if (nextToHash_ < items_.size()) return &items_[nextToHash_++];
             if (walkDone_) return nullptr;
             changed_.wait(lock);
@@ -188,39 +197,130 @@ struct DirTraits {
 };
 using Dir = Owned<DirTraits>;
 
+std::wstring join_wide(const std::wstring &dir, const std::wstring &name) {
+    return !dir.empty() && dir.back() == L'\\' ? dir + name : dir + L"\\" + name;
+}
+
+// One entry of a directory as the system lists it by wide names: its real
+// name, the name the library's 8-bit listing gives for it (the ANSI name,
+// or the short name when the ANSI code page cannot show the real one) and
+// whether the library's listing gave it.
+struct WideEntry {
+    std::wstring name;
+    std::wstring shortName;
+    std::string key;
+    DWORD attributes = 0;
+    uint64_t size = 0;
+    bool listed = false;
+};
+
+// The entry kinds as the library's listing tells them.
+uint32_t entry_kind(DWORD attributes) {
+    if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) return VXIO_ENTRY_REPARSE;
+    if (attributes & FILE_ATTRIBUTE_OFFLINE) return VXIO_ENTRY_OFFLINE;
+    return attributes & FILE_ATTRIBUTE_DIRECTORY ? VXIO_ENTRY_DIRECTORY : VXIO_ENTRY_FILE;
+}
+
+// Every entry of the directory at path (a "\\?\" path) but "." and "..";
+// ERROR_SUCCESS or the error that stopped the listing. The library's
+// listing ends the same way on an error as at the end, so this listing is
+// what tells an unlistable directory from an empty one.
+DWORD list_wide(const std::wstring &path, std::vector<WideEntry> *entries) {
+    WIN32_FIND_DATAW found;
+    const std::wstring pattern = join_wide(path, L"*");
+    FindHandle find(FindFirstFileExW(pattern.c_str(), FindExInfoStandard, &found,
+                                     FindExSearchNameMatch, nullptr, 0));
+    if (!find.valid()) {
+        const DWORD error = GetLastError();
+        return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
+    }
+    do {
+        const std::wstring name = found.cFileName;
+        if (name == L"." || name == L"..") continue;
+        WideEntry entry;
+        entry.name = name;
+        entry.shortName = found.cAlternateFileName;
+        entry.attributes = found.dwFileAttributes;
+        entry.size = uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow;
+        const int bytes = WideCharToMultiByte(CP_ACP, 0, name.data(), static_cast<int>(name.size()),
+                                              nullptr, 0, nullptr, nullptr);
+        if (bytes > 0) {
+            entry.key.assign(static_cast<size_t>(bytes), '\0');
+            WideCharToMultiByte(CP_ACP, 0, name.data(), static_cast<int>(name.size()),
+                                &entry.key[0], bytes, nullptr, nullptr);
+        }
+        if (entry.key.find('?') != std::string::npos) entry.key = utf8_of(entry.shortName);
+        entries->push_back(std::move(entry));
+    } while (FindNextFileW(find.get(), &found));
+    const DWORD error = GetLastError();
+    return error == ERROR_NO_MORE_FILES ? ERROR_SUCCESS : error;
+}
+
 // The walk: directories through VOXA_IO_OpenDir/ReadDir, streams through
-// the same calls in stream mode.
+// the same calls in stream mode. Beside each library listing, the same
+// directory is listed by wide names: they give the real name to print, and
+// an entry the library leaves out (a name it cannot give, a name it takes
+// for "." or "..") is still walked, or reported, never lost.
 class Walker {
   public:
     Walker(const Options &options, WorkList &list) : options_(options), list_(list) {}
 
-    void walk_root(const std::string &given) {
-        const DWORD attributes = GetFileAttributesA(given.c_str());
-        if (attributes == INVALID_FILE_ATTRIBUTES) {
-            unreadable(given, given, Kind::File, reason_text(GetLastError()));
+    void walk_root(const std::wstring &given) {
+        const std::string shown = utf8_of(given);
+        const std::wstring wide = full_path(given);
+        if (wide.empty()) {
+            unreadable("", shown, Kind::File, reason_text(GetLastError()));
+            return;
+        }
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        if (!GetFileAttributesExW(wide.c_str(), GetFileExInfoStandard, &data)) {
+            unreadable("", shown, Kind::File, reason_text(GetLastError()));
+            return;
+        }
+        const bool directory = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        std::string failure;
+        const std::string path = library_name(wide, directory, &failure);
+        if (path.empty()) {
+            unreadable("", shown, directory ? Kind::Unlistable : Kind::File, failure);
             return;
         }
         // Links are never entered, so the whole walk stays on this volume.
-        streams_ = options_.streams && volume_holds_streams(given);
-        const char separator = preferred_separator(given);
-        if (attributes & FILE_ATTRIBUTE_DIRECTORY) {
+        streams_ = options_.streams && volume_holds_streams(wide);
+        const char separator = preferred_separator(shown);
+        if (directory) {
             if (options_.maxDepth == 0) return;
-            const std::string root = trim_separators(given);
-            walk_directory(root, root, separator, 1);
+            walk_directory(path, wide, trim_separators(shown), separator, 1);
         } else {
-            add_file(given, given, 0, false);
+            add_file(path, shown, 0, false);
         }
     }
 
   private:
-    void walk_directory(const std::string &path, const std::string &shown, char separator,
-                        int depth) {
+    void walk_directory(const std::string &path, const std::wstring &wide,
+                        const std::string &shown, char separator, int depth) {
+        std::vector<WideEntry> entries;
+        const DWORD listError = list_wide(wide, &entries);
+        if (listError != ERROR_SUCCESS && entries.empty()) {
+            unreadable(path, shown, Kind::Unlistable, reason_text(listError));
+            return;
+        }
         Dir dir(VOXA_IO_OpenDir(path.c_str(), 0, 0));
         if (!dir.valid()) {
-            unreadable(path, shown, Kind::Unlistable, "cannot list directory");
+            unreadable(path, shown, Kind::Unlistable, reason_text(GetLastError()));
             return;
         }
         if (streams_) add_streams(path, shown);
+        // The library's names in a table, so that a listing of n entries
+        // costs n look-ups, not n squared.
+        std::unordered_multimap<std::string, size_t> byKey;
+        byKey.reserve(entries.size());
+        // The short name too: where the system's 8-bit conversion differs
+        // from ours, the library gave that name.
+        for (size_t i = 0; i < entries.size(); ++i) {
+            byKey.emplace(entries[i].key, i);
+            const std::string shortKey = utf8_of(entries[i].shortName);
+            if (!shortKey.empty() && shortKey != entries[i].key) byKey.emplace(shortKey, i);
+        }
         std::vector<char> name(kNameBuffer);
         uint32_t kind = 0;
         uint64_t size = 0;
@@ -231,27 +331,77 @@ class Walker {
             const std::string full(name.data());
             if (full.size() < prefix) continue;
             const std::string entry = full.substr(prefix);
-            const std::string entryShown = join(shown, separator, entry);
-            if (excluded(entry, entryShown)) continue;
-            switch (kind) {
-            case VXIO_ENTRY_FILE:
-                add_file(full, entryShown, size, true);
-                break;
-            case VXIO_ENTRY_DIRECTORY:
-                if (options_.maxDepth < 0 || depth < options_.maxDepth)
-                    walk_directory(full, entryShown, separator, depth + 1);
-                break;
-            case VXIO_ENTRY_REPARSE:
-                // Never entered: a link may lead back up the tree.
-                add_skipped(full, entryShown, Kind::Link);
-                break;
-            case VXIO_ENTRY_OFFLINE:
-                // Reading would fetch the file back from remote storage.
-                add_skipped(full, entryShown, Kind::Offline);
-                break;
-            default:
-                break;
+            auto match = byKey.find(entry);
+            while (match != byKey.end() && entries[match->second].listed) {
+                byKey.erase(match);
+                match = byKey.find(entry);
             }
+            if (match != byKey.end()) {
+                WideEntry &known = entries[match->second];
+                byKey.erase(match);
+                known.listed = true;
+                visit(path, full, wide, known, kind, size, shown, separator, depth);
+            } else {
+                // Created after the wide listing: the library's name is all
+                // there is.
+                WideEntry late;
+                late.name = wide_of_ansi(entry);
+                late.key = entry;
+                visit(path, full, wide, late, kind, size, shown, separator, depth);
+            }
+        }
+        for (const WideEntry &missed : entries) {
+            if (missed.listed) continue;
+            std::string named;
+            if (!exact_ansi(missed.name, &named)) named = utf8_of(missed.shortName);
+            visit(path, named.empty() ? std::string() : path + "\\" + named, wide, missed,
+                  entry_kind(missed.attributes), missed.size, shown, separator, depth);
+        }
+        if (listError != ERROR_SUCCESS)
+            unreadable(path, shown, Kind::Unlistable,
+                       "listing cut short: " + reason_text(listError));
+    }
+
+    // One entry of a directory: full is the name the library gave for it
+    // ("" when it has none), kind and size what its listing said.
+    void visit(const std::string &dirPath, std::string full, const std::wstring &dirWide,
+               const WideEntry &entry, uint32_t kind, uint64_t size, const std::string &dirShown,
+               char separator, int depth) {
+        const std::string entryShown = join(dirShown, separator, utf8_of(entry.name));
+        if (excluded(utf8_of(entry.name), entryShown)) return;
+        const std::string shortForm =
+            entry.shortName.empty() ? std::string() : dirPath + "\\" + utf8_of(entry.shortName);
+        const size_t limit =
+            kind == VXIO_ENTRY_DIRECTORY ? kLibraryDirectoryLimit : kLibraryFileLimit;
+        // A name the library's calls cannot take is given by its short name.
+        std::string exact;
+        const bool exactName = exact_ansi(entry.name, &exact);
+        if (full.empty() || full.size() > limit || !exactName) full = shortForm;
+        if (full.empty() || full.size() > limit) {
+            unreadable("", entryShown, kind == VXIO_ENTRY_DIRECTORY ? Kind::Unlistable : Kind::File,
+                       exactName ? reason_text(ERROR_FILENAME_EXCED_RANGE)
+                                 : "the name has no form in the ANSI code page, nor a short name");
+            return;
+        }
+        switch (kind) {
+        case VXIO_ENTRY_FILE:
+            add_file(full, entryShown, size, true);
+            break;
+        case VXIO_ENTRY_DIRECTORY:
+            if (options_.maxDepth < 0 || depth < options_.maxDepth)
+                walk_directory(full, join_wide(dirWide, entry.name), entryShown, separator,
+                               depth + 1);
+            break;
+        case VXIO_ENTRY_REPARSE:
+            // Never entered: a link may lead back up the tree.
+            add_skipped(full, entryShown, Kind::Link);
+            break;
+        case VXIO_ENTRY_OFFLINE:
+            // Reading would fetch the file back from remote storage.
+            add_skipped(full, entryShown, Kind::Offline);
+            break;
+        default:
+            break;
         }
     }
 
@@ -322,8 +472,8 @@ class Walker {
     // Looking for streams costs a privilege change, an open and a query per
     // object; a volume whose file system keeps no named streams has none
     // to find. When the volume cannot be asked, every object is looked at.
-    static bool volume_holds_streams(const std::string &path) {
-        FileHandle object(CreateFileA(path.c_str(), 0,
+    static bool volume_holds_streams(const std::wstring &path) {
+        FileHandle object(CreateFileW(path.c_str(), 0,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                       nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
         DWORD flags = 0;
@@ -381,7 +531,7 @@ void print_item(const Item &item, const Options &options, Totals &totals) {
                          failed || !needs_hashing(item) ? std::string() : hex_digest(item.digest),
                          item.attributes, item.failure);
     } else if (!failed && needs_hashing(item)) {
-        line = digest_line(item.digest, to_utf8(item.shown).c_str());
+        line = digest_line(item.digest, item.shown.c_str());
     }
     fwrite(line.data(), 1, line.size(), stdout);
 }
@@ -416,6 +566,7 @@ class Progress {
 
 // Parses the options; returns -1 to go on, else the exit code.
 int parse_options(int argc, char **argv, Options &options) {
+    const std::vector<std::wstring> typed = wide_arguments(argc, argv);
     bool optionsDone = false;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
@@ -433,7 +584,7 @@ int parse_options(int argc, char **argv, Options &options) {
             return true;
         };
         if (optionsDone || arg == "-" || arg.empty() || arg[0] != '-') {
-            options.roots.push_back(arg);
+            options.roots.push_back(typed[i]);
         } else if (arg == "--") {
             optionsDone = true;
         } else if (arg == "-h" || arg == "--help") {
@@ -441,7 +592,10 @@ int parse_options(int argc, char **argv, Options &options) {
             return kExitOk;
         } else if (name == "--exclude") {
             if (!take_value() || value.empty()) return usage_error("scan", "--exclude needs a GLOB");
-            options.excludes.push_back(value);
+            // The pattern is the part of the argument after "=", or the
+            // next argument.
+            options.excludes.push_back(
+                hasValue ? utf8_of(typed[i].substr(typed[i].find(L'=') + 1)) : utf8_of(typed[i]));
         } else if (name == "--max-depth" || name == "--jobs") {
             unsigned long number = 0;
             if (!take_value() || !parse_count(value, &number) ||
@@ -486,7 +640,7 @@ int run_scan(int argc, char **argv) {
     WorkList list;
     std::thread walker([&] {
         Walker walk(options, list);
-        for (const std::string &root : options.roots) walk.walk_root(root);
+        for (const std::wstring &root : options.roots) walk.walk_root(root);
         list.finish_walk();
     });
     std::vector<std::thread> hashers;

@@ -98,9 +98,11 @@ std::string to_utf8(const std::string &text) {
     return utf8;
 }
 
-std::string json_string(const std::string &text) {
+std::string json_string(const std::string &text) { return json_utf8_string(to_utf8(text)); }
+
+std::string json_utf8_string(const std::string &text) {
     std::string out = "\"";
-    for (unsigned char c : to_utf8(text)) {
+    for (unsigned char c : text) {
         switch (c) {
         case '"': out += "\\\""; break;
         case '\\': out += "\\\\"; break;
@@ -122,12 +124,13 @@ std::string json_string(const std::string &text) {
 
 std::string json_line(const std::string &path, const char *kind, const uint64_t *size,
                       const std::string &sha1, DWORD attributes, const std::string &error) {
-    std::string line = "{\"path\":" + json_string(path) + ",\"kind\":\"" + kind + "\",\"size\":";
+    std::string line =
+        "{\"path\":" + json_utf8_string(path) + ",\"kind\":\"" + kind + "\",\"size\":";
     line += size ? std::to_string(*size) : "null";
     line += ",\"sha1\":" + (sha1.empty() ? std::string("null") : "\"" + sha1 + "\"");
     if (attributes != INVALID_FILE_ATTRIBUTES)
         line += ",\"attributes\":" + std::to_string(attributes);
-    if (!error.empty()) line += ",\"error\":" + json_string(error);
+    if (!error.empty()) line += ",\"error\":" + json_utf8_string(error);
     return line + "}\n";
 }
 

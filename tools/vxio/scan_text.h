@@ -40,8 +40,11 @@ std::string to_utf8(const std::string &text);
 // A JSON string literal (quotes included) of text, converted to UTF-8.
 std::string json_string(const std::string &text);
 
-// One JSON object and its line feed. text is converted from the ANSI code
-// page to UTF-8. A null size is written as null, an empty sha1 as null,
+// The same for text that already is UTF-8 (the names the scan prints).
+std::string json_utf8_string(const std::string &text);
+
+// One JSON object and its line feed; path and error are UTF-8. A null
+// size is written as null, an empty sha1 as null,
 // INVALID_FILE_ATTRIBUTES leaves out the attributes, a non-empty error adds
 // an "error" member.
 std::string json_line(const std::string &path, const char *kind, const uint64_t *size,

@@ -20,6 +20,8 @@ const char kUsage[] =
     "the name as given. With no FILE, or when FILE is -, read standard input.\n"
     "A name holding a backslash or a line break is escaped (\\\\, \\n, \\r) and\n"
     "its line starts with a backslash, so that 'sha1sum -c' accepts the output.\n"
+    "Names are printed in UTF-8; a FILE named like a device (nul.txt, con) is\n"
+    "read as the file, and a pipe or a device is refused, never hashed.\n"
     "\n"
     "Options:\n"
     "  --backend file|handle  read named files through the File backend (the\n"
@@ -118,11 +120,18 @@ std::string hash_handle(Hasher &hasher, HANDLE handle, const char *name,
 }
 
 // Hashes one operand ("-" is standard input) and prints its line, or its
-// reason on stderr. True when the line was printed.
-bool hash_operand(Hasher &hasher, const char *name) {
+// reason on stderr, under the name as typed (in UTF-8). True when the line
+// was printed. A named file is reached by its full "\\?\" path, so that a
+// file called like a device ("nul.txt", "con") is read as the file it is.
+bool hash_operand(Hasher &hasher, const std::wstring &typed) {
+    const std::string shown = utf8_of(typed);
+    const char *name = shown.c_str();
     uint8_t digest[SHA1HashSize];
     std::string failure;
-    if (strcmp(name, "-") == 0) {
+    const std::wstring full = typed == L"-" ? typed : full_path(typed);
+    if (full.empty()) {
+        failure = reason_text(GetLastError());
+    } else if (typed == L"-") {
         // Standard input is the caller's handle: not ours to close.
         HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
         if (input == nullptr || input == INVALID_HANDLE_VALUE) {
@@ -132,16 +141,23 @@ bool hash_operand(Hasher &hasher, const char *name) {
         }
     } else if (hasher.useFileBackend) {
         uint64_t size = 0;
-        failure = hash_named_object(*hasher.fileTable.get(), hasher.buffer, name, false, digest,
-                                    &size);
+        const std::string path = library_name(full, false, &failure);
+        if (!path.empty())
+            failure = hash_named_object(*hasher.fileTable.get(), hasher.buffer, path.c_str(),
+                                        false, digest, &size);
     } else {
         // Writers and deleters may keep the file open: a scanner hashes
         // files in use.
-        FileHandle file(CreateFileA(name, GENERIC_READ,
+        FileHandle file(CreateFileW(full.c_str(), GENERIC_READ,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                     nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-        if (!file.valid()) {
-            failure = open_failure(name);
+        std::string path;
+        if (!file.valid() && exact_ansi(full, &path)) {
+            failure = open_failure(path.c_str());
+        } else if (!file.valid()) {
+            failure = reason_text(GetLastError());
+        } else if (!(failure = not_regular_reason(file.get())).empty()) {
+            // A pipe's or a device's bytes are not the file's.
         } else {
             BY_HANDLE_FILE_INFORMATION info{};
             if (GetFileInformationByHandle(file.get(), &info) &&
@@ -167,7 +183,8 @@ bool hash_operand(Hasher &hasher, const char *name) {
 int run_sha1(int argc, char **argv) {
     // Options first, wherever they stand, so that a bad one stops the
     // command before anything is printed.
-    std::vector<const char *> names;
+    const std::vector<std::wstring> typed = wide_arguments(argc, argv);
+    std::vector<std::wstring> names;
     bool optionsDone = false;
     bool useFileBackend = true;
     for (int i = 1; i < argc; ++i) {
@@ -189,10 +206,10 @@ int run_sha1(int argc, char **argv) {
         } else if (!optionsDone && arg[0] == '-' && arg[1] != '\0') {
             return usage_error("sha1", std::string("unknown option '") + arg + "'");
         } else {
-            names.push_back(arg);
+            names.push_back(typed[i]);
         }
     }
-    if (names.empty()) names.push_back("-");
+    if (names.empty()) names.push_back(L"-");
 
     Hasher hasher;
     hasher.table.reset(VXIO_TOOL_TABLE(VOXA_IO_GetTableForHandleIO));
@@ -205,7 +222,7 @@ int run_sha1(int argc, char **argv) {
     hasher.buffer.resize(kChunk);
 
     int status = kExitOk;
-    for (const char *name : names) {
+    for (const std::wstring &name : names) {
         if (!hash_operand(hasher, name)) status = kExitUnreadable;
     }
     return status;

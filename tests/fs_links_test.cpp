@@ -13,22 +13,13 @@
 #include "support/heap_ledger.h"
 #include "support/temp_dir.h"
 #include "vxio/fs.h"
+#include "support/pending_renames.h"
 
 using vxio::platform::OsTable;
 using vxio::platform::real_os;
 using vxio::platform::SeamEntry;
 
 namespace {
-
-// Where Wine, like Windows, records deletions scheduled for the next start.
-const char kSessionManager[] = "System\\CurrentControlSet\\Control\\Session Manager";
-const char kPending[] = "PendingFileRenameOperations";
-std::string pending_renames() {
-    std::string data(65536, '\0');
-    DWORD size = 65536;
-    return RegGetValueA(HKEY_LOCAL_MACHINE, kSessionManager, kPending, RRF_RT_REG_MULTI_SZ, nullptr,
-                        &data[0], &size) ? "" : data.substr(0, size);
-}
 
 std::string g_move;
 
@@ -44,14 +35,9 @@ TEST(DeleteFile, NowAtRestartOrNot) {
     HANDLE held = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                               0, nullptr);
     // Wine refuses the delete with 32 and records the schedule.
-    const std::string before = pending_renames();
+    const vxio::test::PendingRenamesKept kept;
     EXPECT_EQ(VOXA_IO_DeleteFile(path.c_str()), VXIO_DELETE_AT_RESTART);
-    EXPECT_NE(pending_renames().find("\\??\\" + path), std::string::npos);
-    if (before.empty())
-        RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, kSessionManager, kPending);
-    else
-        RegSetKeyValueA(HKEY_LOCAL_MACHINE, kSessionManager, kPending, REG_MULTI_SZ, before.data(),
-                        static_cast<DWORD>(before.size()));
+    EXPECT_NE(vxio::test::pending_renames().find("\\??\\" + path), std::string::npos);
     {  // Replays Windows refusing the schedule to a caller that may not
        // write the session manager's key: ERROR_ACCESS_DENIED.
         SeamEntry<decltype(OsTable::MoveFileExA)> move{

@@ -11,22 +11,13 @@
 #include <string>
 
 #include "tools/vxio/remove.h"
+#include "support/pending_renames.h"
 
 using vxio_tool::confirm_once;
 using vxio_tool::remove_detected;
 using vxio_tool::RemoveOutcome;
 
 namespace {
-
-const char kSessionManager[] = "System\\CurrentControlSet\\Control\\Session Manager";
-const char kPending[] = "PendingFileRenameOperations";
-
-std::string pending_renames() {
-    std::string data(65536, '\0');
-    DWORD size = 65536;
-    return RegGetValueA(HKEY_LOCAL_MACHINE, kSessionManager, kPending, RRF_RT_REG_MULTI_SZ, nullptr,
-                        &data[0], &size) ? "" : data.substr(0, size);
-}
 
 TEST(Remove, EachOutcomeAndItsMessage) {
     char temp[MAX_PATH];
@@ -44,7 +35,7 @@ TEST(Remove, EachOutcomeAndItsMessage) {
         {kHeld, RemoveOutcome::kAtRestart, "in use, will be removed at the next restart", true},
         {kMissing, RemoveOutcome::kFailed, "not removed (", false},
     };
-    const std::string before = pending_renames();
+    const vxio::test::PendingRenamesKept kept;
     for (const Case &c : cases) {
         const std::string path = base + "_" + std::to_string(c.setup);
         HANDLE held = INVALID_HANDLE_VALUE;
@@ -64,11 +55,6 @@ TEST(Remove, EachOutcomeAndItsMessage) {
         if (held != INVALID_HANDLE_VALUE) CloseHandle(held);
         DeleteFileA(path.c_str());
     }
-    if (before.empty())
-        RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, kSessionManager, kPending);
-    else
-        RegSetKeyValueA(HKEY_LOCAL_MACHINE, kSessionManager, kPending, REG_MULTI_SZ, before.data(),
-                        static_cast<DWORD>(before.size()));
 }
 
 TEST(Remove, AsksOnceUnlessYes) {

@@ -13,12 +13,6 @@
 set -u
 # shellcheck source=lib.sh
 source "$(dirname "$0")/lib.sh" "$1"
-check() {
-    if [ "$2" == "$3" ]; then pass; else
-        fail "$1"
-        diff <(printf '%s\n' "$2") <(printf '%s\n' "$3") | head -20
-    fi
-}
 
 cd "$work" || exit 1
 long=$(printf 'long%.0s' {1..30})  # 120 characters, three deep: over 260

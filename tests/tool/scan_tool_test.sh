@@ -10,12 +10,6 @@
 set -u
 # shellcheck source=lib.sh
 source "$(dirname "$0")/lib.sh" "$1"
-check() {
-    if [ "$2" == "$3" ]; then pass; else
-        fail "$1"
-        diff <(printf '%s\n' "$2") <(printf '%s\n' "$3") | head -20
-    fi
-}
 run_vxio() {
     out=$(vxio "$@" 2>"$work/stderr")
     status=$?

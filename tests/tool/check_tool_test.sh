@@ -1,6 +1,4 @@
 #!/usr/bin/env bash
-# Not yet run by ctest: it becomes the test tool_check once "vxio sha1 -c"
-# and "vxio scan --check" are wired to tools/vxio/check.h (run_check).
 # vxio.exe sha1 -c and scan --check under Wine, against the system's
 # sha1sum -c run natively on the same lists and files: the same results on
 # stdout, the same messages and warnings on stderr (with the tool's name),

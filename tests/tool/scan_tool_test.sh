@@ -5,7 +5,8 @@
 # --json, --summary, a link back up the tree (listed, not entered), names
 # outside the ANSI code page, named like devices, paths over 260
 # characters and a "\\?\" root, a missing PATH, an unlistable directory
-# and a FIFO (reported, the scan goes on, exit 1) and bad usage.
+# and a FIFO (reported, the scan goes on, exit 1), hash signatures with
+# their removal, and bad usage.
 # Usage: scan_tool_test.sh PATH/TO/vxio.exe
 set -u
 # shellcheck source=lib.sh
@@ -114,7 +115,73 @@ for want in "vxio: bad/fifo: not a regular file (a pipe or FIFO)" \
     case $err in *"$want"*) pass ;; *) fail "gaps: no '$want' in: $err" ;; esac
 done
 
-for bad in "--jobs 0" "--jobs 65" "--max-depth x" "--exclude" "--bogus tree" ""; do
+# Hash signatures: detections in walk order, by hash and size or by hash
+# alone (*); files of other sizes are not read (no sha1 in JSON); an error
+# outranks a detection; a bad list stops the run before anything is read.
+mkdir -p sig/sub "sig/$(printf '\xe6\x97\xa5')"
+printf 'known bad' >sig/sub/bad.bin
+printf 'any size' >"sig/$(printf '\xe6\x97\xa5')/any.txt"
+printf 'clean' >sig/clean.txt
+printf 'known bad!' >sig/near.bin  # one byte more: passed by size
+{
+    echo '# test list'
+    echo "$(sha1sum sig/sub/bad.bin | cut -c1-40):9:Test.Bad"
+    echo
+    echo "$(sha1sum "sig/$(printf '\xe6\x97\xa5')/any.txt" | cut -c1-40 | tr a-f A-F):*:Any.Size"
+} >list.sigs
+printf '%s:10:Other\n' "$(sha1sum sig/clean.txt | cut -c1-40)" >none.sigs
+printf '# bad\n%s:12x:Bad\n' "$(sha1sum sig/clean.txt | cut -c1-40)" >bad.sigs
+jp=$(printf '\xe6\x97\xa5')
+found="sig/sub/bad.bin: Test.Bad FOUND
+sig/$jp/any.txt: Any.Size FOUND"
+rows=("--signatures list.sigs sig/|1|FOUND|"
+      "--signatures=none.sigs sig/|0||"
+      "--signatures list.sigs missing sig/|2|FOUND|vxio: missing: No such file or directory"
+      "--signatures bad.sigs sig/|2||vxio: bad.sigs:2: bad signature line (the size is not a byte count or *)"
+      "--signatures nolist sig/|2||vxio: nolist: No such file or directory")
+for row in "${rows[@]}"; do
+    IFS='|' read -r args want_status want_out want_err <<<"$row"
+    want_out=${want_out/FOUND/$found}
+    # shellcheck disable=SC2086
+    run_vxio scan $args
+    # The walk's order is the directory's; here only the lines count.
+    check "signatures '$args'" "$want_status [$(sort <<<"$want_out")] [$want_err]" \
+        "$status [$(sort <<<"$out")] [$err]"
+done
+run_vxio scan --signatures list.sigs --summary sig/
+case $err in *"; 4 scanned, 2 infected") pass ;; *) fail "signatures: summary: $err" ;; esac
+run_vxio scan --signatures list.sigs --json sig/
+printf '%s\n' "$out" >json
+run_vxio scan --signatures none.sigs --json sig/
+printf '%s\n' "$out" >>json
+if python3 - json <<'PY'
+import json, sys
+lines = [json.loads(line) for line in open(sys.argv[1], encoding="utf-8")]
+listed, none = lines[:4], {o["path"]: o for o in lines[4:]}
+assert {o["path"]: o.get("detection") for o in listed} == {"sig/sub/bad.bin": "Test.Bad",
+    "sig/\u65e5/any.txt": "Any.Size", "sig/clean.txt": None, "sig/near.bin": None}, listed
+# Only sizes some signature has are read.
+assert none["sig/clean.txt"]["sha1"] is None and none["sig/clean.txt"]["size"] == 5, none
+assert none["sig/near.bin"]["sha1"] and "detection" not in none["sig/near.bin"], none
+PY
+then pass; else fail "signatures: json"; fi
+
+# Removal asks once; "n" keeps every file. A read-only file goes too.
+chmod a-w sig/sub/bad.bin
+out=$(echo n | vxio scan --signatures list.sigs --remove sig/ 2>"$work/stderr")
+status=$?
+check "remove refused" "1 [$(sort <<<"$found")] [remove 2 detected files? [y/N] vxio scan: nothing removed]" \
+    "$status [$(sort <<<"$out")] [$(tr '\n' ' ' <"$work/stderr" | sed 's/ $//')]"
+[ -f sig/sub/bad.bin ] && pass || fail "remove refused: file gone"
+out=$(vxio scan --signatures list.sigs --remove --yes sig/ </dev/null 2>"$work/stderr")
+status=$?
+check "remove --yes" "1 [$(sort <<<"$found
+sig/$jp/any.txt: removed
+sig/sub/bad.bin: removed")]" "$status [$(sort <<<"$out")]"
+[ ! -e sig/sub/bad.bin ] && [ -f sig/clean.txt ] && pass || fail "remove --yes: files"
+
+for bad in "--jobs 0" "--jobs 65" "--max-depth x" "--exclude" "--bogus tree" "" "--signatures" \
+    "--remove tree" "--signatures list.sigs --yes tree" "--check sums tree"; do
     # shellcheck disable=SC2086
     run_vxio scan $bad
     check "usage: '$bad'" 2 "$status"

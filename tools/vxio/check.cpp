@@ -29,81 +29,19 @@ std::wstring widen(const std::string &text, UINT codePage, DWORD flags) {
     return wide;
 }
 
-// The ANSI form of a wide name, or "" when some character has none.
-std::string to_ansi(const std::wstring &wide) {
-    if (wide.empty()) return "";
-    const int units = static_cast<int>(wide.size());
-    BOOL lossy = FALSE;
-    const int bytes = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(), units,
-                                          nullptr, 0, nullptr, &lossy);
-    if (bytes <= 0 || lossy) return "";
-    std::string ansi(static_cast<size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(), units, &ansi[0], bytes,
-                        nullptr, &lossy);
-    return lossy ? "" : ansi;
-}
-
-// "\\?\" and the full path of name, with "." and ".." resolved here: the
-// prefix turns off the system's own resolution, and with it the reading
-// of "nul.txt" or "con" as a device and the 260-character limit. An
-// unresolvable name (drive-relative "C:x", "\\.\" devices) is kept as is.
-std::wstring full_path(std::wstring name) {
-    for (wchar_t &c : name)
-        if (c == L'/') c = L'\\';
-    if (name.compare(0, 4, L"\\\\?\\") == 0 || name.compare(0, 4, L"\\\\.\\") == 0) return name;
-    std::wstring root, rest;
-    if (name.compare(0, 2, L"\\\\") == 0) {
-        root = L"\\\\?\\UNC\\";
-        rest = name.substr(2);
-    } else if (name.size() >= 2 && name[1] == L':') {
-        if (name.size() == 2 || name[2] != L'\\') return name;
-        root = L"\\\\?\\" + name.substr(0, 3);
-        rest = name.substr(3);
-    } else {
-        wchar_t here[MAX_PATH + 1];
-        const DWORD length = GetCurrentDirectoryW(MAX_PATH + 1, here);
-        if (length < 3 || length > MAX_PATH || here[1] != L':') return name;
-        root = L"\\\\?\\" + std::wstring(here, 3);
-        rest = name[0] == L'\\' ? name.substr(1) : std::wstring(here + 3, length - 3) + L"\\" + name;
-    }
-    std::vector<std::wstring> parts;
-    for (size_t at = 0; at <= rest.size();) {
-        size_t end = rest.find(L'\\', at);
-        if (end == std::wstring::npos) end = rest.size();
-        const std::wstring part = rest.substr(at, end - at);
-        if (part == L"..") {
-            if (!parts.empty()) parts.pop_back();
-        } else if (!part.empty() && part != L".") {
-            parts.push_back(part);
-        }
-        at = end + 1;
-    }
-    std::wstring path = root;
-    for (size_t i = 0; i < parts.size(); ++i) path += (i ? L"\\" : L"") + parts[i];
-    return path;
-}
-
-// The name the library is given for a listed name: the full path in the
-// ANSI code page, which the library's calls take, in fewer than MAX_PATH
-// bytes, which is all they take. A name outside that code page, or a
-// longer path, is reached through its short form, which a volume that
-// keeps short names has for every long one. "" when the name has no ANSI
-// form at all.
-std::string library_name(const std::string &listed) {
-    // Lists are UTF-8; a name that is not is taken as ANSI bytes, as a
-    // list written by hand on this system may be.
+// The name the library is given for a listed name (UTF-8, or ANSI bytes
+// as a list written by hand on this system may hold): its full path in
+// the ANSI code page, or the short form of it. Empty and *failure set when
+// it has neither.
+std::string library_name_of(const std::string &listed, std::string *failure) {
     std::wstring wide = widen(listed, CP_UTF8, MB_ERR_INVALID_CHARS);
     if (wide.empty()) wide = widen(listed, CP_ACP, 0);
-    if (wide.empty()) return "";
-    const std::wstring full = full_path(wide);
-    const std::string ansi = to_ansi(full);
-    if (!ansi.empty() && ansi.size() < MAX_PATH) return ansi;
-    std::wstring shortName(kMaxWidePath + 1, L'\0');
-    const DWORD length = GetShortPathNameW(full.c_str(), &shortName[0], kMaxWidePath + 1);
-    if (length == 0 || length > kMaxWidePath) return ansi;  // the open tells why
-    shortName.resize(length);
-    const std::string shortAnsi = to_ansi(shortName);
-    return shortAnsi.empty() ? ansi : shortAnsi;
+    const std::wstring full = wide.empty() ? wide : full_path(wide);
+    if (full.empty()) {
+        *failure = reason_text(ERROR_FILE_NOT_FOUND);
+        return "";
+    }
+    return library_name(full, false, failure);
 }
 
 struct Checker {
@@ -120,9 +58,11 @@ std::string hash_listed(Checker &checker, const std::string &name, uint8_t diges
     if (checker.streams && split_stream_name(name, &path, &stream)) {
         // The owner must exist (a file or a directory: both hold streams);
         // the stream is then opened as the data stream it was listed as.
-        const std::string owner = library_name(path);
-        const std::string streamAnsi = to_ansi(widen(stream, CP_UTF8, 0));
-        if (owner.empty() || streamAnsi.empty()) return reason_text(ERROR_FILE_NOT_FOUND);
+        std::string failure, streamAnsi;
+        const std::string owner = library_name_of(path, &failure);
+        if (owner.empty()) return failure;
+        if (!exact_ansi(widen(stream, CP_UTF8, 0), &streamAnsi) || streamAnsi.empty())
+            return reason_text(ERROR_FILE_NOT_FOUND);
         if (GetFileAttributesA(owner.c_str()) == INVALID_FILE_ATTRIBUTES)
             return reason_text(GetLastError());
         opened = owner + ":" + streamAnsi;
@@ -130,8 +70,9 @@ std::string hash_listed(Checker &checker, const std::string &name, uint8_t diges
         return hash_named_object(*checker.table.get(), checker.buffer, opened.c_str(), true,
                                  digest, &size);
     }
-    opened = library_name(name);
-    if (opened.empty()) return reason_text(ERROR_FILE_NOT_FOUND);
+    std::string failure;
+    opened = library_name_of(name, &failure);
+    if (opened.empty()) return failure;
     return hash_named_object(*checker.table.get(), checker.buffer, opened.c_str(), false, digest,
                              &size);
 }
@@ -165,7 +106,8 @@ bool check_list(Checker &checker, const std::string &list) {
     FileHandle owned;
     HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
     if (!isStdin) {
-        owned.reset(CreateFileA(list.c_str(), GENERIC_READ,
+        // The list's own name is UTF-8 too.
+        owned.reset(CreateFileW(widen(list, CP_UTF8, 0).c_str(), GENERIC_READ,
                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
         if (!owned.valid()) {

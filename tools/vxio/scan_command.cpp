@@ -20,8 +20,11 @@
 #include <unordered_map>
 #include <vector>
 
+#include "check.h"
 #include "digest.h"
+#include "remove.h"
 #include "scan_text.h"
+#include "signatures.h"
 #include "tool.h"
 #include "vxio/fs.h"
 
@@ -54,6 +57,17 @@ const char kUsage[] =
     "  --no-streams    do not look for named data streams (they are not looked\n"
     "                  for either on volumes whose file system has none)\n"
     "  --summary       counts, bytes, time and throughput on stderr at the end\n"
+    "  --signatures FILE  compare every file and stream with the known-bad\n"
+    "                  hashes in FILE, one SHA1HEX:SIZE:NAME a line (SIZE in\n"
+    "                  bytes, or * for any; # starts a comment); print\n"
+    "                  'PATH: NAME FOUND' for each match instead of digests.\n"
+    "                  A file whose size no signature has is not read\n"
+    "  --remove        with --signatures: delete every detected file, asking\n"
+    "                  once first; a file in use is deleted at the next restart\n"
+    "  --yes           with --remove: do not ask\n"
+    "  --check FILE    check a saved scan (FILE, or - for standard input): every\n"
+    "                  file and stream listed is hashed again and reported as\n"
+    "                  'NAME: OK' or 'NAME: FAILED'; no PATH is given\n"
     "  -h, --help      show this help and exit\n"
     "  --              end of options: what follows is a PATH\n"
     "\n"
@@ -69,7 +83,11 @@ const char kUsage[] =
     "counted as unreadable and never hashed.\n"
     "\n"
     "Exit codes: 0 every object read, 1 some object or directory could not be\n"
-    "read (the scan goes on and reports each on stderr), 2 bad usage.\n";
+    "read (the scan goes on and reports each on stderr), 2 bad usage.\n"
+    "With --signatures, as scanners do: 0 nothing found, 1 something found,\n"
+    "2 errors (an unreadable object or directory, a bad list, a file not\n"
+    "removed) or bad usage. With --check: 0 every line matched, 1 some line\n"
+    "did not match or could not be read.\n";
 
 // Room for any composed name: ReadDir drops an entry whose name does not
 // fit (and reports it like the end of the listing), so the buffer is far
@@ -100,6 +118,9 @@ struct Options {
     bool json = false;
     bool summary = false;
     bool streams = true;
+    std::string signatureList;            // --signatures FILE
+    bool remove = false, yes = false;     // --remove, --yes
+    std::vector<std::string> checkLists;  // --check FILE (UTF-8)
 };
 
 // One object of the walk, in walk order. The walker fills the first part;
@@ -115,6 +136,8 @@ struct Item {
     uint8_t digest[SHA1HashSize] = {};
     uint64_t size = 0;
     DWORD attributes = INVALID_FILE_ATTRIBUTES;
+    bool passedBySize = false;  // no signature has its size: never read
+    const std::string *detection = nullptr;  // the signature it matched
 };
 
 bool needs_hashing(const Item &item) {
@@ -488,12 +511,23 @@ class Walker {
     bool streams_ = false;  // look for named streams under the current root
 };
 
-// A hasher thread: takes objects until the list runs dry.
-void hash_objects(WorkList &list, const IoTable &table, bool wantAttributes) {
+// A hasher thread: takes objects until the list runs dry. With a
+// signature list, sizes come first: a listed file whose size no signature
+// has is not read at all. A PATH given as a file has no listed size and is
+// always read.
+void hash_objects(WorkList &list, const IoTable &table, const SignatureTable *signatures,
+                  bool wantAttributes) {
     std::vector<uint8_t> buffer(kChunk);
     while (Item *item = list.take()) {
-        item->failure = hash_named_object(table, buffer, item->path.c_str(), item->knownFile,
-                                          item->digest, &item->size);
+        if (signatures && item->knownFile && !signatures->wants(item->listedSize)) {
+            item->passedBySize = true;
+            item->size = item->listedSize;
+        } else {
+            item->failure = hash_named_object(table, buffer, item->path.c_str(), item->knownFile,
+                                              item->digest, &item->size);
+            if (signatures && item->failure.empty())
+                item->detection = signatures->match(item->digest, item->size);
+        }
         if (wantAttributes) {
             // A stream has its file's attributes.
             const std::string owner = item->kind == Kind::Stream
@@ -507,6 +541,14 @@ void hash_objects(WorkList &list, const IoTable &table, bool wantAttributes) {
 
 struct Totals {
     uint64_t files = 0, streams = 0, skipped = 0, unreadable = 0, bytes = 0;
+    uint64_t scanned = 0, infected = 0;  // compared with the signatures
+};
+
+// A detected object to remove once the scan is over: only detections are
+// kept, so the memory of a scan does not grow with the files it prints.
+struct Detected {
+    std::string path;   // the library's name: what is deleted
+    std::string shown;  // the UTF-8 name printed
 };
 
 void print_item(const Item &item, const Options &options, Totals &totals) {
@@ -522,15 +564,25 @@ void print_item(const Item &item, const Options &options, Totals &totals) {
     } else {
         ++totals.skipped;
     }
-    if (!failed && needs_hashing(item)) totals.bytes += item.size;
+    const bool compared = !failed && needs_hashing(item);
+    const bool signatures = !options.signatureList.empty();
+    if (compared && !item.passedBySize) totals.bytes += item.size;
+    if (compared && signatures) ++totals.scanned;
+    if (item.detection) ++totals.infected;
 
     std::string line;
     if (options.json) {
         line = json_line(item.shown, kind_name(item.kind),
                          failed ? nullptr : (needs_hashing(item) ? &item.size : &item.listedSize),
-                         failed || !needs_hashing(item) ? std::string() : hex_digest(item.digest),
+                         compared && !item.passedBySize ? hex_digest(item.digest) : std::string(),
                          item.attributes, item.failure);
-    } else if (!failed && needs_hashing(item)) {
+        // Signature names are printable ASCII: the list's grammar allows
+        // nothing else.
+        if (item.detection)
+            line.insert(line.size() - 2, ",\"detection\":" + json_string(*item.detection));
+    } else if (item.detection) {
+        line = item.shown + ": " + *item.detection + " FOUND\n";
+    } else if (compared && !signatures) {
         line = digest_line(item.digest, item.shown.c_str());
     }
     fwrite(line.data(), 1, line.size(), stdout);
@@ -605,6 +657,20 @@ int parse_options(int argc, char **argv, Options &options) {
             }
             if (name == "--jobs") options.jobs = static_cast<unsigned>(number);
             else options.maxDepth = static_cast<int>(std::min<unsigned long>(number, 1u << 20));
+        } else if (name == "--signatures" || name == "--check") {
+            if (!take_value() || value.empty())
+                return usage_error("scan", name + " needs a FILE");
+            // A saved scan is named in UTF-8, as its lines are; the list
+            // of signatures is opened by the library, by its ANSI name.
+            if (name == "--signatures")
+                options.signatureList = value;
+            else
+                options.checkLists.push_back(hasValue ? utf8_of(typed[i].substr(typed[i].find(L'=') + 1))
+                                                      : utf8_of(typed[i]));
+        } else if (arg == "--remove") {
+            options.remove = true;
+        } else if (arg == "--yes") {
+            options.yes = true;
         } else if (arg == "--json") {
             options.json = true;
         } else if (arg == "--summary") {
@@ -615,6 +681,14 @@ int parse_options(int argc, char **argv, Options &options) {
             return usage_error("scan", "unknown option '" + arg + "'");
         }
     }
+    if (!options.checkLists.empty()) {
+        if (!options.roots.empty()) return usage_error("scan", "--check takes no PATH");
+        if (!options.signatureList.empty()) return usage_error("scan", "--check does not go with --signatures");
+        return -1;
+    }
+    if (options.remove && options.signatureList.empty())
+        return usage_error("scan", "--remove needs --signatures");
+    if (options.yes && !options.remove) return usage_error("scan", "--yes goes with --remove");
     if (options.roots.empty()) return usage_error("scan", "no PATH given");
     if (options.jobs == 0) {
         SYSTEM_INFO info{};
@@ -630,6 +704,20 @@ int run_scan(int argc, char **argv) {
     Options options;
     const int parsed = parse_options(argc, argv, options);
     if (parsed >= 0) return parsed;
+    if (!options.checkLists.empty()) return run_check(options.checkLists, true);
+
+    // A bad list stops the run before anything is scanned. The table is
+    // only read once loaded, so the hashers share it.
+    SignatureTable signatureTable;
+    const SignatureTable *signatures = nullptr;
+    if (!options.signatureList.empty()) {
+        std::string error;
+        if (!load_signatures(options.signatureList, signatureTable, error)) {
+            fprintf(stderr, "vxio: %s\n", to_utf8(error).c_str());
+            return kExitUsage;
+        }
+        signatures = &signatureTable;
+    }
 
     FileTable table(VXIO_TOOL_TABLE(VOXA_IO_GetTableForFileIO));
     if (!table.valid()) {
@@ -645,9 +733,11 @@ int run_scan(int argc, char **argv) {
     });
     std::vector<std::thread> hashers;
     for (unsigned i = 0; i < options.jobs; ++i)
-        hashers.emplace_back(hash_objects, std::ref(list), std::cref(*table.get()), options.json);
+        hashers.emplace_back(hash_objects, std::ref(list), std::cref(*table.get()), signatures,
+                             options.json);
 
     Totals totals;
+    std::vector<Detected> detected;
     Progress progress;
     for (size_t index = 0;;) {
         Item *item = nullptr;
@@ -656,6 +746,7 @@ int run_scan(int argc, char **argv) {
         if (next == WorkList::Next::Ready) {
             progress.clear();
             print_item(*item, options, totals);
+            if (options.remove && item->detection) detected.push_back({item->path, item->shown});
             list.release(item);
             ++index;
         }
@@ -666,19 +757,44 @@ int run_scan(int argc, char **argv) {
     for (std::thread &hasher : hashers) hasher.join();
     fflush(stdout);
 
+    bool notRemoved = false;
+    if (!detected.empty()) {
+        if (confirm_once(detected.size(), options.yes)) {
+            for (const Detected &object : detected) {
+                const RemoveOutcome outcome = remove_detected(object.path);
+                printf("%s: %s\n", object.shown.c_str(), outcome.message.c_str());
+                notRemoved = notRemoved || outcome.kind == RemoveOutcome::kFailed;
+            }
+            fflush(stdout);
+        } else {
+            fputs("vxio scan: nothing removed\n", stderr);
+        }
+    }
+
     if (options.summary) {
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
         fprintf(stderr,
                 "vxio scan: %llu files, %llu streams, %llu skipped, %llu unreadable; "
-                "%llu bytes in %.2f s, %.1f MB/s\n",
+                "%llu bytes in %.2f s, %.1f MB/s",
                 static_cast<unsigned long long>(totals.files),
                 static_cast<unsigned long long>(totals.streams),
                 static_cast<unsigned long long>(totals.skipped),
                 static_cast<unsigned long long>(totals.unreadable),
                 static_cast<unsigned long long>(totals.bytes), seconds,
                 seconds > 0 ? static_cast<double>(totals.bytes) / seconds / 1e6 : 0.0);
+        if (signatures)
+            fprintf(stderr, "; %llu scanned, %llu infected",
+                    static_cast<unsigned long long>(totals.scanned),
+                    static_cast<unsigned long long>(totals.infected));
+        fputc('\n', stderr);
     }
+    // With signatures the scanners' convention: an error leaves the
+    // verdict incomplete, so it outranks a detection.
+    if (signatures)
+        return totals.unreadable || notRemoved ? kExitUsage
+               : totals.infected                ? kExitUnreadable
+                                                : kExitOk;
     return totals.unreadable ? kExitUnreadable : kExitOk;
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "check.h"
 #include "digest.h"
 #include "tool.h"
 
@@ -27,11 +28,16 @@ const char kUsage[] =
     "  --backend file|handle  read named files through the File backend (the\n"
     "              default: protected files are opened too, their protection\n"
     "              put back afterwards) or through the Handle backend\n"
+    "  -c, --check read SHA-1 lines (as this command or sha1sum prints them)\n"
+    "              from the FILEs, or standard input, and hash each file\n"
+    "              named again: NAME: OK, NAME: FAILED, or NAME: FAILED open\n"
+    "              or read; the counts of failures follow on stderr\n"
     "  -h, --help  show this help and exit\n"
     "  --          end of options: what follows is a file name\n"
     "\n"
-    "Exit codes: 0 every file hashed, 1 some file could not be read (the\n"
-    "others are still hashed), 2 bad usage.\n";
+    "Exit codes: 0 every file hashed (with --check: every line matched), 1 some\n"
+    "file could not be read (the others are still hashed) or, with --check,\n"
+    "some line did not match or could not be read, 2 bad usage.\n";
 
 struct HandleTableTraits {
     using Value = IoTable *;
@@ -187,6 +193,7 @@ int run_sha1(int argc, char **argv) {
     std::vector<std::wstring> names;
     bool optionsDone = false;
     bool useFileBackend = true;
+    bool check = false;
     for (int i = 1; i < argc; ++i) {
         const char *arg = argv[i];
         if (!optionsDone && strcmp(arg, "--") == 0) {
@@ -203,11 +210,19 @@ int run_sha1(int argc, char **argv) {
         } else if (!optionsDone && (strcmp(arg, "--help") == 0 || strcmp(arg, "-h") == 0)) {
             fputs(kUsage, stdout);
             return kExitOk;
+        } else if (!optionsDone && (strcmp(arg, "-c") == 0 || strcmp(arg, "--check") == 0)) {
+            check = true;
         } else if (!optionsDone && arg[0] == '-' && arg[1] != '\0') {
             return usage_error("sha1", std::string("unknown option '") + arg + "'");
         } else {
             names.push_back(typed[i]);
         }
+    }
+    if (check) {
+        // The FILEs are lists; none, or "-", is standard input.
+        std::vector<std::string> lists;
+        for (const std::wstring &name : names) lists.push_back(utf8_of(name));
+        return run_check(lists, false);
     }
     if (names.empty()) names.push_back(L"-");
 

@@ -137,19 +137,28 @@ struct Item {
     uint64_t size = 0;
     DWORD attributes = INVALID_FILE_ATTRIBUTES;
     bool passedBySize = false;  // no signature has its size: never read
-    const std::string *detection = nullptr;  // the signature it matched
+    const char *detection = nullptr;  // the signature it matched
 };
 
 bool needs_hashing(const Item &item) {
     return item.kind == Kind::File || item.kind == Kind::Stream;
 }
 
-// The shared, ordered list of objects.
+// The shared, ordered list of objects. It holds only the objects between
+// the last one printed and the walk's front, and the walk waits while that
+// span is full, so the memory of a scan does not grow with the files it
+// walks. Objects are numbered from the start of the walk; the list holds
+// numbers [base_, base_ + items_.size()).
 class WorkList {
   public:
+    // Far more than the hashers can have in hand, so they never run dry
+    // while the walk is only blocked.
+    static constexpr size_t kMaxPending = 8192;
+
     void add(Item item) {
         {
-            std::lock_guard<std::mutex> lock(mutex_);
+            std::unique_lock<std::mutex> lock(mutex_);
+            room_.wait(lock, [&] { return items_.size() < kMaxPending; });
             // An object already known to be unreadable is reported as it is.
             if (!needs_hashing(item) || !item.failure.empty()) item.done = true;
             items_.push_back(std::move(item));
@@ -165,12 +174,14 @@ class WorkList {
     }
     // The next object to hash, or null when the walk is over and every
     // object has been taken. Items never move: a deque keeps references
-    // valid while it grows at the end.
+    // valid while it grows at the end and shrinks at the front, and only
+    // printed objects, which no hasher holds, leave it.
     Item *take() {
         std::unique_lock<std::mutex> lock(mutex_);
         for (;;) {
-            while (nextToHash_ < items_.size() && items_[nextToHash_].done) ++nextToHash_;
-            if (nextToHash_ < items_.size()) return &items_[nextToHash_++];
+            nextToHash_ = std::max(nextToHash_, base_);
+            while (nextToHash_ < end() && at(nextToHash_).done) ++nextToHash_;
+            if (nextToHash_ < end()) return &at(nextToHash_++);
             if (walkDone_) return nullptr;
             changed_.wait(lock);
         }
@@ -182,34 +193,40 @@ class WorkList {
         }
         changed_.notify_all();
     }
-    // Object number index once it is done; null when the list ended before
-    // it, or when wait passes first (the caller then shows its progress).
+    // The next object to print once it is done; End when the list ended
+    // before it, Waiting when wait passes first (the caller then shows its
+    // progress).
     enum class Next { Ready, End, Waiting };
-    Next wait_for(size_t index, std::chrono::milliseconds wait, Item **item) {
+    Next wait_for_front(std::chrono::milliseconds wait, Item **item) {
         std::unique_lock<std::mutex> lock(mutex_);
         const auto ready = [&] {
-            return (index < items_.size() && items_[index].done) ||
-                   (walkDone_ && index >= items_.size());
+            return (!items_.empty() && items_.front().done) || (walkDone_ && items_.empty());
         };
         if (!changed_.wait_for(lock, wait, ready)) return Next::Waiting;
-        if (index >= items_.size()) return Next::End;
-        *item = &items_[index];
+        if (items_.empty()) return Next::End;
+        *item = &items_.front();
         return Next::Ready;
     }
-    // Printed objects are no longer needed; their texts are dropped so
-    // that a long scan does not hold every path it printed.
-    void release(Item *item) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        std::string().swap(item->path);
-        std::string().swap(item->shown);
-        std::string().swap(item->failure);
+    // The front object is printed: it leaves the list, making room for
+    // the walk.
+    void release_front() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            items_.pop_front();
+            ++base_;
+        }
+        room_.notify_one();
     }
 
   private:
+    size_t end() const { return base_ + items_.size(); }
+    Item &at(size_t number) { return items_[number - base_]; }
+
     std::mutex mutex_;
-    std::condition_variable changed_;
+    std::condition_variable changed_, room_;
     std::deque<Item> items_;
-    size_t nextToHash_ = 0;
+    size_t base_ = 0;        // the number of the front object
+    size_t nextToHash_ = 0;  // the number of the next object to look at
     bool walkDone_ = false;
 };
 
@@ -579,9 +596,9 @@ void print_item(const Item &item, const Options &options, Totals &totals) {
         // Signature names are printable ASCII: the list's grammar allows
         // nothing else.
         if (item.detection)
-            line.insert(line.size() - 2, ",\"detection\":" + json_string(*item.detection));
+            line.insert(line.size() - 2, ",\"detection\":" + json_string(item.detection));
     } else if (item.detection) {
-        line = item.shown + ": " + *item.detection + " FOUND\n";
+        line = item.shown + ": " + item.detection + " FOUND\n";
     } else if (compared && !signatures) {
         line = digest_line(item.digest, item.shown.c_str());
     }
@@ -739,16 +756,15 @@ int run_scan(int argc, char **argv) {
     Totals totals;
     std::vector<Detected> detected;
     Progress progress;
-    for (size_t index = 0;;) {
+    for (;;) {
         Item *item = nullptr;
-        const WorkList::Next next = list.wait_for(index, std::chrono::milliseconds(250), &item);
+        const WorkList::Next next = list.wait_for_front(std::chrono::milliseconds(250), &item);
         if (next == WorkList::Next::End) break;
         if (next == WorkList::Next::Ready) {
             progress.clear();
             print_item(*item, options, totals);
             if (options.remove && item->detection) detected.push_back({item->path, item->shown});
-            list.release(item);
-            ++index;
+            list.release_front();
         }
         progress.show(totals);
     }

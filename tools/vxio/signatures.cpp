@@ -28,23 +28,36 @@ uint64_t key_hash(const uint8_t sha1[kSignatureHashSize], uint64_t size) {
     return mix(mix(mix(words[0] ^ size) ^ words[1]) ^ words[2]);
 }
 
-int hex_value(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
+// Hex digit values, -1 for any other byte: a list of a million lines has
+// forty million digits.
+struct HexDigits {
+    int8_t value[256];
+    constexpr HexDigits() : value() {
+        for (int c = 0; c < 256; ++c)
+            value[c] = c >= '0' && c <= '9'   ? int8_t(c - '0')
+                       : c >= 'a' && c <= 'f' ? int8_t(c - 'a' + 10)
+                       : c >= 'A' && c <= 'F' ? int8_t(c - 'A' + 10)
+                                              : int8_t(-1);
+    }
+};
+constexpr HexDigits kHex;
+
+int hex_value(char c) { return kHex.value[static_cast<unsigned char>(c)]; }
 
 }  // namespace
 
 SignatureTable::SignatureTable() : slots_(kFirstCapacity), sizeSlots_(kFirstCapacity) {}
 
-size_t SignatureTable::find_slot(const uint8_t sha1[kSignatureHashSize], uint64_t size) const {
+size_t SignatureTable::find_slot(uint64_t hash, const uint8_t sha1[kSignatureHashSize],
+                                 uint64_t size) const {
     const size_t mask = slots_.size() - 1;
+    const uint64_t tag = hash >> 32;
     // At most half the slots are taken, so the probe meets a free one.
-    for (size_t i = key_hash(sha1, size) & mask;; i = (i + 1) & mask) {
-        if (slots_[i] == 0) return i;
-        const Entry &e = entries_[slots_[i] - 1];
+    for (size_t i = hash & mask;; i = (i + 1) & mask) {
+        const uint64_t slot = slots_[i];
+        if (slot == 0) return i;
+        if (slot >> 32 != tag) continue;
+        const Entry &e = entries_[(slot & 0xFFFFFFFFu) - 1];
         if (e.size == size && memcmp(e.sha1, sha1, kSignatureHashSize) == 0) return i;
     }
 }
@@ -55,11 +68,18 @@ size_t SignatureTable::find_size_slot(uint64_t size) const {
         if (sizeSlots_[i] == 0 || sizeSlots_[i] == size + 1) return i;
 }
 
-void SignatureTable::grow_entries() {
-    std::vector<uint32_t> old(slots_.size() * 2);
-    old.swap(slots_);
-    for (uint32_t taken : old)
-        if (taken) slots_[find_slot(entries_[taken - 1].sha1, entries_[taken - 1].size)] = taken;
+// Entries are all different, so they go back in order of the list, read
+// from front to back, without comparing any two.
+void SignatureTable::grow_entries(size_t capacity) {
+    std::vector<uint64_t> fresh(capacity);
+    const size_t mask = capacity - 1;
+    for (size_t n = 0; n < entries_.size(); ++n) {
+        const uint64_t hash = key_hash(entries_[n].sha1, entries_[n].size);
+        size_t i = hash & mask;
+        while (fresh[i] != 0) i = (i + 1) & mask;
+        fresh[i] = (hash >> 32) << 32 | (n + 1);
+    }
+    slots_.swap(fresh);
 }
 
 void SignatureTable::grow_sizes() {
@@ -69,21 +89,36 @@ void SignatureTable::grow_sizes() {
         if (taken) sizeSlots_[find_size_slot(taken - 1)] = taken;
 }
 
-bool SignatureTable::add(const uint8_t sha1[kSignatureHashSize], uint64_t size, std::string name) {
+void SignatureTable::reserve(size_t count) {
+    count = count < kSignaturesMax ? count : kSignaturesMax;
+    entries_.reserve(count);
+    size_t capacity = slots_.size();
+    while (capacity < count * 2) capacity *= 2;
+    if (capacity > slots_.size()) grow_entries(capacity);
+}
+
+bool SignatureTable::add(const uint8_t sha1[kSignatureHashSize], uint64_t size, const char *name,
+                         size_t nameLength) {
     if (size != kAnySize && size > kSignatureSizeMax) return false;
-    size_t slot = find_slot(sha1, size);
+    const uint64_t hash = key_hash(sha1, size);
+    size_t slot = find_slot(hash, sha1, size);
     if (slots_[slot] != 0) return true;  // the first of the two stays
-    if (entries_.size() >= kSignaturesMax) return false;
+    // Offsets are 32-bit: the names of a full table stay far below 4 GiB
+    // (lines are at most 4 KiB, and a list that large is refused here).
+    if (entries_.size() >= kSignaturesMax || names_.size() + nameLength + 1 > 0xFFFFFFFFu)
+        return false;
     if ((entries_.size() + 1) * 2 > slots_.size()) {
-        grow_entries();
-        slot = find_slot(sha1, size);
+        grow_entries(slots_.size() * 2);
+        slot = find_slot(hash, sha1, size);
     }
     Entry entry;
     memcpy(entry.sha1, sha1, kSignatureHashSize);
+    entry.nameOffset = static_cast<uint32_t>(names_.size());
     entry.size = size;
-    entry.name = std::move(name);
-    entries_.push_back(std::move(entry));
-    slots_[slot] = static_cast<uint32_t>(entries_.size());
+    names_.insert(names_.end(), name, name + nameLength);
+    names_.push_back('\0');
+    entries_.push_back(entry);
+    slots_[slot] = (hash >> 32) << 32 | entries_.size();
 
     if (size == kAnySize) {
         anySize_ = true;
@@ -100,15 +135,13 @@ bool SignatureTable::wants(uint64_t size) const {
     return size <= kSignatureSizeMax && sizeSlots_[find_size_slot(size)] != 0;
 }
 
-const std::string *SignatureTable::match(const uint8_t sha1[kSignatureHashSize],
-                                         uint64_t size) const {
-    if (size <= kSignatureSizeMax) {
-        const uint32_t taken = slots_[find_slot(sha1, size)];
-        if (taken) return &entries_[taken - 1].name;
+const char *SignatureTable::match(const uint8_t sha1[kSignatureHashSize], uint64_t size) const {
+    for (const uint64_t asked : {size, kAnySize}) {
+        if (asked == kAnySize ? !anySize_ : asked > kSignatureSizeMax) continue;
+        const uint64_t taken = slots_[find_slot(key_hash(sha1, asked), sha1, asked)];
+        if (taken) return &names_[entries_[(taken & 0xFFFFFFFFu) - 1].nameOffset];
     }
-    if (!anySize_) return nullptr;
-    const uint32_t taken = slots_[find_slot(sha1, kAnySize)];
-    return taken ? &entries_[taken - 1].name : nullptr;
+    return nullptr;
 }
 
 bool SignatureParser::fail(const char *reason) {
@@ -195,7 +228,7 @@ bool SignatureParser::take_line(const char *text, size_t length) {
         // ASCII would need an encoding the list does not state.
         if (c < 0x20 || c > 0x7E) return fail("the name is not printable ASCII");
     }
-    if (!table_.add(sha1, size, std::string(text + nameStart, length - nameStart)))
+    if (!table_.add(sha1, size, text + nameStart, length - nameStart))
         return fail("more signatures than a table holds");
     return true;
 }

@@ -45,31 +45,42 @@ class SignatureTable {
     // two with the same hash and size the first is kept. False when the
     // table is full or size is above kSignatureSizeMax.
     static constexpr uint64_t kAnySize = ~0ull;
-    bool add(const uint8_t sha1[kSignatureHashSize], uint64_t size, std::string name);
+    bool add(const uint8_t sha1[kSignatureHashSize], uint64_t size, const char *name,
+             size_t nameLength);
+    // Room for about count signatures, so that a long list is not copied
+    // as it grows; a hint only (held to kSignaturesMax).
+    void reserve(size_t count);
 
     // True when some signature is for files of size bytes.
     bool wants(uint64_t size) const;
-    // The name of the signature of a file with this digest and size, or
-    // null. The name lives as long as the table.
-    const std::string *match(const uint8_t sha1[kSignatureHashSize], uint64_t size) const;
+    // The name of the signature of a file with this digest and size (ends
+    // in a NUL), or null. The name lives as long as the table, unchanged
+    // while nothing is added.
+    const char *match(const uint8_t sha1[kSignatureHashSize], uint64_t size) const;
 
     size_t count() const { return entries_.size(); }
 
   private:
+    // Plain records, so that growing the list copies bytes: the names live
+    // apart, one after the other, each ending in a NUL.
     struct Entry {
         uint8_t sha1[kSignatureHashSize];
+        uint32_t nameOffset;
         uint64_t size;
-        std::string name;
     };
-    size_t find_slot(const uint8_t sha1[kSignatureHashSize], uint64_t size) const;
+    size_t find_slot(uint64_t hash, const uint8_t sha1[kSignatureHashSize], uint64_t size) const;
     size_t find_size_slot(uint64_t size) const;
-    void grow_entries();
+    void grow_entries(size_t capacity);
     void grow_sizes();
 
     std::vector<Entry> entries_;
-    // Open addressing, capacity a power of two, at most half full:
-    // entry index + 1 (0: free), and size + 1 (0: free).
-    std::vector<uint32_t> slots_;
+    std::vector<char> names_;
+    // Open addressing, capacity a power of two, at most half full. A slot
+    // holds the key's hash in its high half, so that a probe compares
+    // entries only when their hashes agree (a list is far larger than the
+    // processor's caches), and entry index + 1 in its low half (0: free).
+    // The size slots hold size + 1 (0: free).
+    std::vector<uint64_t> slots_;
     std::vector<uint64_t> sizeSlots_;
     size_t sizeCount_ = 0;
     bool anySize_ = false;

@@ -10,6 +10,8 @@
 
 namespace vxio_tool {
 
+constexpr uint64_t kReserveMax = 2000000;
+
 bool load_signatures(const std::string &path, SignatureTable &out, std::string &error) {
     out = SignatureTable();
     // A directory never reaches the File backend, which would answer the
@@ -35,6 +37,10 @@ bool load_signatures(const std::string &path, SignatureTable &out, std::string &
     }
     const uint64_t end = static_cast<uint64_t>(whole.QuadPart);
     std::vector<uint8_t> buffer(static_cast<size_t>(std::min<uint64_t>(end, kChunk)) + 1);
+    // Lines of a list are some 70 bytes; room for that many saves copying
+    // the table as it grows. Only a hint: held to twice the largest list
+    // we expect, whatever the file claims to be.
+    out.reserve(static_cast<size_t>(std::min<uint64_t>(end / 64, kReserveMax)));
     SignatureParser parser(out);
     bool parsed = true;
     for (uint64_t offset = 0; parsed && offset < end;) {

@@ -131,7 +131,7 @@ bool detect(const SignatureTable &signatures, const IoTable &table, std::vector<
         uint64_t size = 0;
         failure = hash_named_object(table, buffer, path, false, digest, &size);
         if (failure.empty()) {
-            if (const std::string *name = signatures.match(digest, size)) detection = *name;
+            if (const char *name = signatures.match(digest, size)) detection = name;
             return true;
         }
     }

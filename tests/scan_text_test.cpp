@@ -2,6 +2,7 @@
 // JSON lines.
 #include <gtest/gtest.h>
 
+#include "tools/vxio/options.h"
 #include "tools/vxio/scan_text.h"
 
 using namespace vxio_tool;
@@ -67,4 +68,70 @@ TEST(ScanText, JsonLinesEscapeAndKeepUtf8) {
               "{\"path\":\"caf\xC3\xA9\xE4\xB8\xAD\",\"kind\":\"file\",\"size\":5,\"sha1\":null}\n");
     EXPECT_EQ(json_line(std::string("\x01", 1), "file", nullptr, "", INVALID_FILE_ATTRIBUTES, ""),
               "{\"path\":\"\\u0001\",\"kind\":\"file\",\"size\":null,\"sha1\":null}\n");
+}
+
+// Every command's command line: each row is the arguments and what the
+// parser makes of them, or the one-line reason it gives.
+TEST(Options, EveryCommandLineIsTakenOrRefusedWithItsReason) {
+    const std::vector<OptionSpec> specs = {
+        {"--json", OptionKind::kFlag},
+        {"--out", OptionKind::kText},
+        {"--jobs", OptionKind::kNumber, 1, 64},
+        {"--check", OptionKind::kFlag, 0, 0, "-c"},
+    };
+    struct Case {
+        std::vector<std::string> args;
+        const char *taken;  // "name=value;...|operand,..." or the error
+    } cases[] = {
+        {{"1"}, "|1"},
+        {{"--json", "7", "--jobs", "3"}, "--json=;--jobs=3|7"},
+        {{"--jobs=64", "--out=", "1"}, "option '--out' needs a value"},
+        {{"--out=a=b", "1"}, "--out=a=b|1"},
+        {{"-c", "--", "--json"}, "--check=|--json"},
+        {{"-"}, "|-"},
+        {{"1", "2"}, "extra operand '2'"},
+        {{}, "missing PID"},
+        {{"--bogus", "1"}, "unknown option '--bogus'"},
+        {{"--bogus=1", "1"}, "unknown option '--bogus'"},
+        {{"-x", "1"}, "unknown option '-x'"},
+        {{"--json=yes", "1"}, "option '--json' takes no value"},
+        {{"1", "--out"}, "option '--out' needs a value"},
+        {{"--jobs", "0", "1"}, "--jobs takes a number from 1 to 64, not '0'"},
+        {{"--jobs", "65", "1"}, "--jobs takes a number from 1 to 64, not '65'"},
+        {{"--jobs", "-1", "1"}, "--jobs takes a number from 1 to 64, not '-1'"},
+        {{"--jobs", "2x", "1"}, "--jobs takes a number from 1 to 64, not '2x'"},
+        {{"--jobs", " 2", "1"}, "--jobs takes a number from 1 to 64, not ' 2'"},
+        {{"--bogus", "--help"}, "unknown option '--bogus'"},
+        {{"1", "2", "-h"}, "extra operand '2'"},
+        {{"-h", "--bogus"}, "help"},
+    };
+    for (const Case &c : cases) {
+        ParsedArgs parsed;
+        std::string error, got;
+        if (!parse_arguments(c.args, specs, "PID", 1, 1, &parsed, &error)) {
+            got = error;
+        } else if (parsed.help) {
+            got = "help";
+        } else {
+            for (size_t i = 0; i < parsed.options.size(); ++i)
+                got += (i ? ";" : "") + parsed.options[i].first + "=" + parsed.options[i].second;
+            got += "|";
+            for (size_t i = 0; i < parsed.operands.size(); ++i)
+                got += (i ? "," : "") + parsed.operands[i];
+        }
+        EXPECT_EQ(got, c.taken) << ::testing::PrintToString(c.args);
+    }
+}
+
+TEST(Options, NumbersAreDecimalWithinTheirRange) {
+    uint64_t value = 0;
+    EXPECT_TRUE(parse_number("18446744073709551615", 0, UINT64_MAX, &value));
+    EXPECT_EQ(value, UINT64_MAX);
+    for (const char *bad : {"18446744073709551616", "", "+1", "0x10", "1e3", "4294967296"})
+        EXPECT_FALSE(parse_number(bad, 0, 0xFFFFFFFFu, &value)) << bad;
+    ParsedArgs parsed;
+    parsed.options = {{"--jobs", "3"}, {"--jobs", "5"}};
+    EXPECT_EQ(parsed.number("--jobs", 1), 5u);
+    EXPECT_EQ(parsed.number("--max", 9), 9u);
+    EXPECT_EQ(parsed.values("--jobs"), (std::vector<std::string>{"3", "5"}));
 }

@@ -181,12 +181,18 @@ sig/sub/bad.bin: removed")]" "$status [$(sort <<<"$out")]"
 [ ! -e sig/sub/bad.bin ] && [ -f sig/clean.txt ] && pass || fail "remove --yes: files"
 
 for bad in "--jobs 0" "--jobs 65" "--max-depth x" "--exclude" "--bogus tree" "" "--signatures" \
-    "--remove tree" "--signatures list.sigs --yes tree" "--check sums tree"; do
+    "--remove tree" "--signatures list.sigs --yes tree" "--check sums tree" "--jobs=2x tree" \
+    "--json=1 tree" "--max-depth -1 tree"; do
     # shellcheck disable=SC2086
     run_vxio scan $bad
     check "usage: '$bad'" 2 "$status"
 done
 run_vxio scan --help
 check "help: exit status" 0 "$status"
+
+# A reader that stops early ends the scan quietly, with status 0.
+mkdir many && (cd many && touch $(seq -f 'f%04g' 3000))
+out=$(vxio scan --jobs=2 many 2>"$work/stderr" | head -1; exit "${PIPESTATUS[0]}")
+check "closed pipe: status, stderr" "0 []" "$? [$(cat "$work/stderr")]"
 
 summary

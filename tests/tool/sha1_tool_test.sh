@@ -4,7 +4,8 @@
 # "--", escaped backslash names, names outside the ANSI code page or named
 # like devices, a path of over 300 characters), "sha1sum -c" on the output,
 # standard input from a pipe and from a file read part-way, a file over
-# 4 GiB, unreadable files, bad usage, --version and --help.
+# 4 GiB, unreadable files, --json, a reader that stops early, bad usage,
+# --version and --help.
 # Usage: sha1_tool_test.sh PATH/TO/vxio.exe
 set -u
 # shellcheck source=lib.sh
@@ -87,13 +88,29 @@ vxio: sub: Is a directory
 vxio: fifo: not a regular file (a pipe or FIFO)" "$err"
 
 # Bad usage: exit 2, help or a message on stderr, nothing hashed.
-for args in "" "frob" "--bogus" "sha1 -x one.bin" "sha1 one.bin --bogus"; do
+for args in "" "frob" "--bogus" "sha1 -x one.bin" "sha1 one.bin --bogus" "sha1 --backend" \
+    "sha1 --json=yes one.bin" "sha1 -c --backend=file one.bin"; do
     # shellcheck disable=SC2086
     run_vxio $args
     check "usage '$args': exit status" 2 "$status"
     check "usage '$args': nothing on stdout" "" "$out"
     [ -n "$err" ] && pass || fail "usage '$args': no message on stderr"
 done
+
+# JSON: one object a line, the unreadable one with its reason.
+run_vxio sha1 --json one.bin missing.bin
+check "json: exit status" 1 "$status"
+if printf '%s' "$out" | python3 -c '
+import json, sys
+a, b = map(json.loads, sys.stdin)
+assert a == {"path": "one.bin", "kind": "file", "size": 1, "sha1": sys.argv[1]}, a
+assert b["sha1"] is None and b["error"] == "No such file or directory", b' \
+    "$(sha1sum one.bin | cut -c1-40)"; then pass; else fail "json: $out"; fi
+
+# A reader that stops early ends the command quietly, with status 0.
+mapfile -t many < <(yes one.bin | head -3000)  # 24 KB of command line
+out=$(vxio sha1 "${many[@]}" 2>"$work/stderr" | head -1; exit "${PIPESTATUS[0]}")
+check "closed pipe: status, stderr" "0 []" "$? [$(cat "$work/stderr")]"
 
 # --version gives the header's version; the help texts go to stdout.
 version=$(sed -n 's/^#define VXIO_VERSION_STRING "\(.*\)"$/\1/p' "$source_dir/include/vxio/base.h")

@@ -12,37 +12,9 @@
 namespace vxio_tool {
 namespace {
 
-// The longest path the system takes, in UTF-16 units.
-constexpr int kMaxWidePath = 32767;
-
 struct Counts {
     unsigned long long lines = 0, improper = 0, unreadable = 0, mismatched = 0;
 };
-
-std::wstring widen(const std::string &text, UINT codePage, DWORD flags) {
-    if (text.empty() || text.size() > static_cast<size_t>(kMaxWidePath) * 4) return L"";
-    const int size = static_cast<int>(text.size());
-    const int units = MultiByteToWideChar(codePage, flags, text.data(), size, nullptr, 0);
-    if (units <= 0 || units > kMaxWidePath) return L"";
-    std::wstring wide(static_cast<size_t>(units), L'\0');
-    MultiByteToWideChar(codePage, flags, text.data(), size, &wide[0], units);
-    return wide;
-}
-
-// The name the library is given for a listed name (UTF-8, or ANSI bytes
-// as a list written by hand on this system may hold): its full path in
-// the ANSI code page, or the short form of it. Empty and *failure set when
-// it has neither.
-std::string library_name_of(const std::string &listed, std::string *failure) {
-    std::wstring wide = widen(listed, CP_UTF8, MB_ERR_INVALID_CHARS);
-    if (wide.empty()) wide = widen(listed, CP_ACP, 0);
-    const std::wstring full = wide.empty() ? wide : full_path(wide);
-    if (full.empty()) {
-        *failure = reason_text(ERROR_FILE_NOT_FOUND);
-        return "";
-    }
-    return library_name(full, false, failure);
-}
 
 struct Checker {
     FileTable table;
@@ -61,7 +33,7 @@ std::string hash_listed(Checker &checker, const std::string &name, uint8_t diges
         std::string failure, streamAnsi;
         const std::string owner = library_name_of(path, &failure);
         if (owner.empty()) return failure;
-        if (!exact_ansi(widen(stream, CP_UTF8, 0), &streamAnsi) || streamAnsi.empty())
+        if (!exact_ansi(wide_of_utf8(stream), &streamAnsi) || streamAnsi.empty())
             return reason_text(ERROR_FILE_NOT_FOUND);
         if (GetFileAttributesA(owner.c_str()) == INVALID_FILE_ATTRIBUTES)
             return reason_text(GetLastError());
@@ -107,7 +79,7 @@ bool check_list(Checker &checker, const std::string &list) {
     HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
     if (!isStdin) {
         // The list's own name is UTF-8 too.
-        owned.reset(CreateFileW(widen(list, CP_UTF8, 0).c_str(), GENERIC_READ,
+        owned.reset(CreateFileW(wide_of_utf8(list).c_str(), GENERIC_READ,
                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
         if (!owned.valid()) {

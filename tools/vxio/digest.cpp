@@ -96,6 +96,29 @@ std::wstring wide_of_ansi(const std::string &text) {
     return wide;
 }
 
+std::wstring wide_of_utf8(const std::string &text) {
+    // Longer than any path the system takes: not a name.
+    if (text.empty() || text.size() > 4 * 32767) return L"";
+    const int size = static_cast<int>(text.size());
+    const int units =
+        MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), size, nullptr, 0);
+    if (units <= 0) return L"";
+    std::wstring wide(static_cast<size_t>(units), L'\0');
+    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), size, &wide[0], units);
+    return wide;
+}
+
+std::string library_name_of(const std::string &name, std::string *failure) {
+    std::wstring wide = wide_of_utf8(name);
+    if (wide.empty()) wide = wide_of_ansi(name);
+    const std::wstring full = wide.empty() ? wide : full_path(wide);
+    if (full.empty()) {
+        *failure = reason_text(ERROR_FILE_NOT_FOUND);
+        return "";
+    }
+    return library_name(full, false, failure);
+}
+
 bool exact_ansi(const std::wstring &text, std::string *ansi) {
     ansi->clear();
     if (text.empty()) return true;
@@ -138,6 +161,13 @@ std::vector<std::wstring> wide_arguments(int argc, char **argv) {
     }
     LocalFree(line);
     return paired ? typed : wide;
+}
+
+std::vector<std::string> utf8_arguments(int argc, char **argv) {
+    const std::vector<std::wstring> typed = wide_arguments(argc, argv);
+    std::vector<std::string> utf8;
+    for (size_t i = 1; i < typed.size(); ++i) utf8.push_back(utf8_of(typed[i]));
+    return utf8;
 }
 
 namespace {

@@ -73,9 +73,11 @@ std::string hash_named_object(const IoTable &table, std::vector<uint8_t> &buffer
 // name the library reads it by (the same path, or a shorter form of it
 // built from short names).
 
-// UTF-16 -> UTF-8; ANSI code page -> UTF-16.
+// UTF-16 -> UTF-8; ANSI code page -> UTF-16; UTF-8 -> UTF-16 (empty when
+// text is not UTF-8).
 std::string utf8_of(const std::wstring &text);
 std::wstring wide_of_ansi(const std::string &text);
+std::wstring wide_of_utf8(const std::string &text);
 
 // The ANSI form of text when every character has one (no best-fit
 // look-alikes, no '?'), else false.
@@ -86,6 +88,9 @@ bool exact_ansi(const std::wstring &text, std::string *ansi);
 // ANSI code page cannot show; the wide command line still has them. When
 // the two lists do not pair up, the 8-bit ones are used.
 std::vector<std::wstring> wide_arguments(int argc, char **argv);
+// The same after the command's name, in UTF-8: what the commands that take
+// names parse.
+std::vector<std::string> utf8_arguments(int argc, char **argv);
 
 // The "\\?\" full path of given (relative, absolute, UNC or already
 // "\\?\"), without trailing separators except a drive's root. Only the
@@ -104,6 +109,11 @@ constexpr size_t kLibraryDirectoryLimit = MAX_PATH - 5;
 // path is too long or holds characters outside the ANSI code page. Empty
 // and *failure set when neither fits.
 std::string library_name(const std::wstring &path, bool directory, std::string *failure);
+
+// The same for a file named in UTF-8 (as the tool prints names and takes
+// its arguments), or in ANSI bytes when name is not UTF-8 (as a list
+// written by hand on this system may be).
+std::string library_name_of(const std::string &name, std::string *failure);
 
 // Why an opened object is not hashed: "" for a disk file, else what it is
 // (a pipe or FIFO, a device). Such objects have no end, or one that says

@@ -1,6 +1,7 @@
 // vxio.exe: the command-line client of vxio.dll. "vxio COMMAND ARGS..."
 // looks COMMAND up in the table below and hands the rest to its handler; a
 // new command is one more row and one more handler file.
+#include <errno.h>
 #include <fcntl.h>
 #include <io.h>
 #include <stdio.h>
@@ -65,13 +66,21 @@ const Command *find_command(const char *name) {
 
 }  // namespace
 
-int usage_error(const char *command, const std::string &message) {
-    if (command) {
-        fprintf(stderr, "vxio %s: %s\nTry 'vxio %s --help'.\n", command, message.c_str(), command);
-    } else {
-        fprintf(stderr, "vxio: %s\nTry 'vxio --help'.\n", message.c_str());
-    }
-    return kExitUsage;
+void end_if_output_closed() {
+    const DWORD error = GetLastError();
+    if (!ferror(stdout)) return;
+    // The runtime reports a closed pipe as EPIPE or as a plain EINVAL; the
+    // system's error says which (Wine gives ERROR_PIPE_NOT_CONNECTED).
+    const HANDLE out = GetStdHandle(STD_OUTPUT_HANDLE);
+    const bool closedPipe =
+        errno == EPIPE || (GetFileType(out) == FILE_TYPE_PIPE &&
+                           (error == ERROR_NO_DATA || error == ERROR_BROKEN_PIPE ||
+                            error == ERROR_PIPE_NOT_CONNECTED));
+    if (!closedPipe) return;
+    // Nothing more can reach the reader, and the threads of a scan need
+    // not finish their work for nobody: the process ends here, at once.
+    fflush(stderr);
+    TerminateProcess(GetCurrentProcess(), kExitOk);
 }
 
 }  // namespace vxio_tool
@@ -104,9 +113,12 @@ int main(int argc, char **argv) {
         return usage_error(nullptr, std::string("unknown command '") + first + "'");
     }
 
-    // A digest line that never arrived (full disk, closed pipe) is a failure
-    // the caller must hear about, not a silent success.
-    if (fflush(stdout) != 0 || ferror(stdout)) {
+    // A reader that stopped reading (vxio scan . | head -1) has what it
+    // wanted: that ends the command quietly. Any other line that never
+    // arrived (a full disk) is a failure the caller must hear about.
+    fflush(stdout);
+    end_if_output_closed();
+    if (ferror(stdout)) {
         fputs("vxio: write error on standard output\n", stderr);
         if (status == kExitOk) status = kExitUnreadable;
     }

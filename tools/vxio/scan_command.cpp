@@ -33,6 +33,7 @@ namespace {
 
 const char kUsage[] =
     "Usage: vxio scan [OPTION]... PATH...\n"
+    "       vxio scan --check FILE\n"
     "Walk each PATH (a directory tree or a file), read every file and every\n"
     "named data stream through vxio's File backend and print its SHA-1 in the\n"
     "line format of sha1sum: 40 hex digits, two spaces, the path. Streams are\n"
@@ -47,10 +48,11 @@ const char kUsage[] =
     "                  each entry's name, one with a separator against its\n"
     "                  whole path; an excluded directory is not entered.\n"
     "                  May be given several times\n"
-    "  --max-depth N   descend at most N levels below each PATH (1: only the\n"
-    "                  entries directly in it; 0: only PATHs that are files)\n"
-    "  --jobs N        hash with N threads (default: the number of processors);\n"
-    "                  the output keeps the walk order\n"
+    "  --max-depth N   descend at most N levels below each PATH, 0..1048576 (1:\n"
+    "                  only the entries directly in it; 0: only PATHs that are\n"
+    "                  files)\n"
+    "  --jobs N        hash with N threads, 1..64 (default: the number of\n"
+    "                  processors); the output keeps the walk order\n"
     "  --json          one JSON object per line instead: path, kind (file,\n"
     "                  stream, link, offline), size, sha1, attributes, and\n"
     "                  error for an unreadable object\n"
@@ -70,6 +72,7 @@ const char kUsage[] =
     "                  'NAME: OK' or 'NAME: FAILED'; no PATH is given\n"
     "  -h, --help      show this help and exit\n"
     "  --              end of options: what follows is a PATH\n"
+    "Options take their value as the next argument or after '=' (--jobs=2).\n"
     "\n"
     "Junctions and symbolic links to directories are listed but never entered,\n"
     "so a walk cannot loop. A progress line is shown on stderr when it is a\n"
@@ -118,7 +121,8 @@ struct Options {
     bool json = false;
     bool summary = false;
     bool streams = true;
-    std::string signatureList;            // --signatures FILE
+    std::string signatureList;            // --signatures FILE, as typed (UTF-8)
+    std::string signaturePath;            // its name for the library (ANSI)
     bool remove = false, yes = false;     // --remove, --yes
     std::vector<std::string> checkLists;  // --check FILE (UTF-8)
 };
@@ -633,69 +637,42 @@ class Progress {
     std::chrono::steady_clock::time_point last_{};
 };
 
-// Parses the options; returns -1 to go on, else the exit code.
+// Parses the options; returns -1 to go on, else the exit code. Names are
+// taken in UTF-8 from the wide command line, so that a PATH or a pattern
+// outside the ANSI code page is kept.
 int parse_options(int argc, char **argv, Options &options) {
-    const std::vector<std::wstring> typed = wide_arguments(argc, argv);
-    bool optionsDone = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        std::string name = arg, value;
-        bool hasValue = false;
-        if (!optionsDone && arg.rfind("--", 0) == 0 && arg.find('=') != std::string::npos) {
-            name = arg.substr(0, arg.find('='));
-            value = arg.substr(arg.find('=') + 1);
-            hasValue = true;
-        }
-        const auto take_value = [&]() -> bool {
-            if (hasValue) return true;
-            if (i + 1 >= argc) return false;
-            value = argv[++i];
-            return true;
-        };
-        if (optionsDone || arg == "-" || arg.empty() || arg[0] != '-') {
-            options.roots.push_back(typed[i]);
-        } else if (arg == "--") {
-            optionsDone = true;
-        } else if (arg == "-h" || arg == "--help") {
-            fputs(kUsage, stdout);
-            return kExitOk;
-        } else if (name == "--exclude") {
-            if (!take_value() || value.empty()) return usage_error("scan", "--exclude needs a GLOB");
-            // The pattern is the part of the argument after "=", or the
-            // next argument.
-            options.excludes.push_back(
-                hasValue ? utf8_of(typed[i].substr(typed[i].find(L'=') + 1)) : utf8_of(typed[i]));
-        } else if (name == "--max-depth" || name == "--jobs") {
-            unsigned long number = 0;
-            if (!take_value() || !parse_count(value, &number) ||
-                (name == "--jobs" && (number < 1 || number > 64))) {
-                return usage_error("scan", name == "--jobs" ? "--jobs takes a number from 1 to 64"
-                                                            : "--max-depth takes a number");
-            }
-            if (name == "--jobs") options.jobs = static_cast<unsigned>(number);
-            else options.maxDepth = static_cast<int>(std::min<unsigned long>(number, 1u << 20));
-        } else if (name == "--signatures" || name == "--check") {
-            if (!take_value() || value.empty())
-                return usage_error("scan", name + " needs a FILE");
-            // A saved scan is named in UTF-8, as its lines are; the list
-            // of signatures is opened by the library, by its ANSI name.
-            if (name == "--signatures")
-                options.signatureList = value;
-            else
-                options.checkLists.push_back(hasValue ? utf8_of(typed[i].substr(typed[i].find(L'=') + 1))
-                                                      : utf8_of(typed[i]));
-        } else if (arg == "--remove") {
-            options.remove = true;
-        } else if (arg == "--yes") {
-            options.yes = true;
-        } else if (arg == "--json") {
-            options.json = true;
-        } else if (arg == "--summary") {
-            options.summary = true;
-        } else if (arg == "--no-streams") {
-            options.streams = false;
-        } else {
-            return usage_error("scan", "unknown option '" + arg + "'");
+    ParsedArgs args;
+    const int parsed = run_options("scan", kUsage, utf8_arguments(argc, argv),
+                                   {{"--exclude", OptionKind::kText},
+                                    {"--max-depth", OptionKind::kNumber, 0, 1u << 20},
+                                    {"--jobs", OptionKind::kNumber, 1, 64},
+                                    {"--json", OptionKind::kFlag},
+                                    {"--summary", OptionKind::kFlag},
+                                    {"--no-streams", OptionKind::kFlag},
+                                    {"--signatures", OptionKind::kText},
+                                    {"--remove", OptionKind::kFlag},
+                                    {"--yes", OptionKind::kFlag},
+                                    {"--check", OptionKind::kText}},
+                                   "PATH", 0, SIZE_MAX, &args);
+    if (parsed >= 0) return parsed;
+    for (const std::string &root : args.operands) options.roots.push_back(wide_of_utf8(root));
+    options.excludes = args.values("--exclude");
+    options.maxDepth = args.has("--max-depth") ? static_cast<int>(args.number("--max-depth", 0)) : -1;
+    options.jobs = static_cast<unsigned>(args.number("--jobs", 0));
+    options.json = args.has("--json");
+    options.summary = args.has("--summary");
+    options.streams = !args.has("--no-streams");
+    options.remove = args.has("--remove");
+    options.yes = args.has("--yes");
+    options.checkLists = args.values("--check");
+    if (const std::string *list = args.value("--signatures")) {
+        // The library opens the list by its ANSI name.
+        std::string failure;
+        options.signatureList = *list;
+        options.signaturePath = library_name_of(*list, &failure);
+        if (options.signaturePath.empty()) {
+            fprintf(stderr, "vxio: %s: %s\n", list->c_str(), failure.c_str());
+            return kExitUsage;
         }
     }
     if (!options.checkLists.empty()) {
@@ -729,8 +706,9 @@ int run_scan(int argc, char **argv) {
     const SignatureTable *signatures = nullptr;
     if (!options.signatureList.empty()) {
         std::string error;
-        if (!load_signatures(options.signatureList, signatureTable, error)) {
-            fprintf(stderr, "vxio: %s\n", to_utf8(error).c_str());
+        if (!load_signatures(options.signaturePath, signatureTable, error,
+                             options.signatureList)) {
+            fprintf(stderr, "vxio: %s\n", error.c_str());
             return kExitUsage;
         }
         signatures = &signatureTable;
@@ -765,6 +743,7 @@ int run_scan(int argc, char **argv) {
             print_item(*item, options, totals);
             if (options.remove && item->detection) detected.push_back({item->path, item->shown});
             list.release_front();
+            end_if_output_closed();
         }
         progress.show(totals);
     }

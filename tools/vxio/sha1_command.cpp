@@ -10,13 +10,15 @@
 
 #include "check.h"
 #include "digest.h"
+#include "scan_text.h"
 #include "tool.h"
 
 namespace vxio_tool {
 namespace {
 
 const char kUsage[] =
-    "Usage: vxio sha1 [FILE]...\n"
+    "Usage: vxio sha1 [--backend file|handle] [--json] [FILE]...\n"
+    "       vxio sha1 -c|--check [LIST]...\n"
     "Print the SHA-1 digest of each FILE: 40 lower-case hex digits, two spaces,\n"
     "the name as given. With no FILE, or when FILE is -, read standard input.\n"
     "A name holding a backslash or a line break is escaped (\\\\, \\n, \\r) and\n"
@@ -28,6 +30,8 @@ const char kUsage[] =
     "  --backend file|handle  read named files through the File backend (the\n"
     "              default: protected files are opened too, their protection\n"
     "              put back afterwards) or through the Handle backend\n"
+    "  --json      one JSON object per line instead: path, kind, size, sha1, and\n"
+    "              error (sha1 null) for a file that could not be read\n"
     "  -c, --check read SHA-1 lines (as this command or sha1sum prints them)\n"
     "              from the FILEs, or standard input, and hash each file\n"
     "              named again: NAME: OK, NAME: FAILED, or NAME: FAILED open\n"
@@ -106,10 +110,10 @@ std::string hash_stream(Hasher &hasher, HANDLE handle, SHA1Context &context) {
 
 // Hashes what is left of an open handle, from its file pointer on (0 for a
 // file just opened; for standard input redirected from a file, the part
-// that earlier readers of the shared file left). Returns "" or the reason
-// of failure.
+// that earlier readers of the shared file left), setting *hashed to the
+// bytes taken. Returns "" or the reason of failure.
 std::string hash_handle(Hasher &hasher, HANDLE handle, const char *name,
-                        uint8_t digest[SHA1HashSize]) {
+                        uint8_t digest[SHA1HashSize], uint64_t *hashed) {
     SHA1Context context;
     SHA1Reset(&context);
     LARGE_INTEGER size{}, here{}, zero{};
@@ -121,18 +125,22 @@ std::string hash_handle(Hasher &hasher, HANDLE handle, const char *name,
     } else {
         failure = hash_stream(hasher, handle, context);
     }
+    // The digest's own count of bits, read before the result clears it.
+    *hashed = (uint64_t{context.Length_High} << 32 | context.Length_Low) / 8;
     if (failure.empty() && SHA1Result(&context, digest) != shaSuccess) failure = "digest failed";
     return failure;
 }
 
 // Hashes one operand ("-" is standard input) and prints its line, or its
-// reason on stderr, under the name as typed (in UTF-8). True when the line
-// was printed. A named file is reached by its full "\\?\" path, so that a
-// file called like a device ("nul.txt", "con") is read as the file it is.
-bool hash_operand(Hasher &hasher, const std::wstring &typed) {
+// reason on stderr, under the name as typed (in UTF-8); with json, its
+// object instead (the reason in it too). True when the digest was printed.
+// A named file is reached by its full "\\?\" path, so that a file called
+// like a device ("nul.txt", "con") is read as the file it is.
+bool hash_operand(Hasher &hasher, const std::wstring &typed, bool json) {
     const std::string shown = utf8_of(typed);
     const char *name = shown.c_str();
     uint8_t digest[SHA1HashSize];
+    uint64_t size = 0;
     std::string failure;
     const std::wstring full = typed == L"-" ? typed : full_path(typed);
     if (full.empty()) {
@@ -143,10 +151,9 @@ bool hash_operand(Hasher &hasher, const std::wstring &typed) {
         if (input == nullptr || input == INVALID_HANDLE_VALUE) {
             failure = "no standard input";
         } else {
-            failure = hash_handle(hasher, input, name, digest);
+            failure = hash_handle(hasher, input, name, digest, &size);
         }
     } else if (hasher.useFileBackend) {
-        uint64_t size = 0;
         const std::string path = library_name(full, false, &failure);
         if (!path.empty())
             failure = hash_named_object(*hasher.fileTable.get(), hasher.buffer, path.c_str(),
@@ -170,18 +177,22 @@ bool hash_operand(Hasher &hasher, const std::wstring &typed) {
                 (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
                 failure = "Is a directory";
             } else {
-                failure = hash_handle(hasher, file.get(), name, digest);
+                failure = hash_handle(hasher, file.get(), name, digest, &size);
             }
         }
     }
     if (!failure.empty()) {
         fflush(stdout); // keep the lines and the messages in order on a shared terminal
         fprintf(stderr, "vxio: %s: %s\n", name, failure.c_str());
-        return false;
     }
-    const std::string line = digest_line(digest, name);
+    const std::string line =
+        json ? json_line(shown, "file", failure.empty() ? &size : nullptr,
+                         failure.empty() ? hex_digest(digest) : std::string(),
+                         INVALID_FILE_ATTRIBUTES, failure)
+        : failure.empty() ? digest_line(digest, name)
+                          : std::string();
     fwrite(line.data(), 1, line.size(), stdout);
-    return true;
+    return failure.empty();
 }
 
 }  // namespace
@@ -189,42 +200,26 @@ bool hash_operand(Hasher &hasher, const std::wstring &typed) {
 int run_sha1(int argc, char **argv) {
     // Options first, wherever they stand, so that a bad one stops the
     // command before anything is printed.
-    const std::vector<std::wstring> typed = wide_arguments(argc, argv);
-    std::vector<std::wstring> names;
-    bool optionsDone = false;
-    bool useFileBackend = true;
-    bool check = false;
-    for (int i = 1; i < argc; ++i) {
-        const char *arg = argv[i];
-        if (!optionsDone && strcmp(arg, "--") == 0) {
-            optionsDone = true;
-        } else if (!optionsDone && strcmp(arg, "--backend") == 0) {
-            const char *value = i + 1 < argc ? argv[++i] : "";
-            if (strcmp(value, "file") == 0) {
-                useFileBackend = true;
-            } else if (strcmp(value, "handle") == 0) {
-                useFileBackend = false;
-            } else {
-                return usage_error("sha1", "--backend takes 'file' or 'handle'");
-            }
-        } else if (!optionsDone && (strcmp(arg, "--help") == 0 || strcmp(arg, "-h") == 0)) {
-            fputs(kUsage, stdout);
-            return kExitOk;
-        } else if (!optionsDone && (strcmp(arg, "-c") == 0 || strcmp(arg, "--check") == 0)) {
-            check = true;
-        } else if (!optionsDone && arg[0] == '-' && arg[1] != '\0') {
-            return usage_error("sha1", std::string("unknown option '") + arg + "'");
-        } else {
-            names.push_back(typed[i]);
-        }
-    }
-    if (check) {
+    ParsedArgs args;
+    const int parsed = run_options("sha1", kUsage, utf8_arguments(argc, argv),
+                                   {{"--backend", OptionKind::kText},
+                                    {"--check", OptionKind::kFlag, 0, 0, "-c"},
+                                    {"--json", OptionKind::kFlag}},
+                                   "FILE", 0, SIZE_MAX, &args);
+    if (parsed >= 0) return parsed;
+    const std::string *backend = args.value("--backend");
+    if (backend && *backend != "file" && *backend != "handle")
+        return usage_error("sha1", "--backend takes 'file' or 'handle', not '" + *backend + "'");
+    if (args.has("--check")) {
+        if (backend || args.has("--json"))
+            return usage_error("sha1", "--check takes neither --backend nor --json");
         // The FILEs are lists; none, or "-", is standard input.
-        std::vector<std::string> lists;
-        for (const std::wstring &name : names) lists.push_back(utf8_of(name));
-        return run_check(lists, false);
+        return run_check(args.operands, false);
     }
+    std::vector<std::wstring> names;
+    for (const std::string &name : args.operands) names.push_back(wide_of_utf8(name));
     if (names.empty()) names.push_back(L"-");
+    const bool useFileBackend = !backend || *backend == "file";
 
     Hasher hasher;
     hasher.table.reset(VXIO_TOOL_TABLE(VOXA_IO_GetTableForHandleIO));
@@ -238,7 +233,8 @@ int run_sha1(int argc, char **argv) {
 
     int status = kExitOk;
     for (const std::wstring &name : names) {
-        if (!hash_operand(hasher, name)) status = kExitUnreadable;
+        if (!hash_operand(hasher, name, args.has("--json"))) status = kExitUnreadable;
+        end_if_output_closed();
     }
     return status;
 }

@@ -112,8 +112,10 @@ class SignatureParser {
 // Reads the list in the file at path (through the File backend, as the
 // tool reads every file) into out, which is emptied first. On failure,
 // error says why: "PATH: No such file or directory", or for a bad line
-// "PATH:LINE: bad signature line (the size is not a byte count or *)".
-bool load_signatures(const std::string &path, SignatureTable &out, std::string &error);
+// "PATH:LINE: bad signature line (the size is not a byte count or *)";
+// shown, when given, is the name printed for PATH (the user's, in UTF-8).
+bool load_signatures(const std::string &path, SignatureTable &out, std::string &error,
+                     const std::string &shown = std::string());
 
 }  // namespace vxio_tool
 

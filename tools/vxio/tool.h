@@ -8,6 +8,8 @@
 
 #include <string>
 
+#include "options.h"
+
 namespace vxio_tool {
 
 enum ExitCode : int {
@@ -40,9 +42,10 @@ int run_services(int argc, char **argv);
 int run_dump(int argc, char **argv);
 int run_kill(int argc, char **argv);
 
-// "vxio: <message>" and the hint to the command's help on stderr; returns
-// kExitUsage. command may be null for the tool's own options.
-int usage_error(const char *command, const std::string &message);
+
+// Ends the process with status 0 when standard output has become a closed
+// pipe (its reader has gone); checked after the lines of long listings.
+void end_if_output_closed();
 
 // The reason a file could not be used, in the words a shell user expects:
 // "No such file or directory" for 2 and 3, "Permission denied" for 5,

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # vxio.exe acl under Wine: the help text and bad usage, "sddl" and "csl"
-# listings of one file, a recursive listing into a file (one record a
-# line, the last record also printed), a command that fails, and restoring
-# a saved listing with --in (a well-formed record, a malformed one, an
-# unreadable input file).
+# listings of one file, a recursive listing into a file and into none
+# (every record printed, in walk order; JSON), a command that fails, and
+# restoring a saved listing with --in (a well-formed record, a malformed
+# one, an unreadable input file).
 # Usage: acl_tool_test.sh PATH/TO/vxio.exe
 set -u
 # shellcheck source=lib.sh
@@ -41,7 +41,7 @@ done
 check "help: three example commands" 3 "$(grep -c '^    vxio acl ' <<<"$out")"
 
 # Bad usage: exit 2, a message on stderr, nothing run.
-for args in "acl" "acl --in" "acl one two"; do
+for args in "acl" "acl --in" "acl one two" "acl --bogus a>>b" "acl --json=1 a>>b" "acl a>>b c>>d"; do
     # shellcheck disable=SC2086
     run_vxio $args
     check "usage '$args': exit status" 2 "$status"
@@ -66,22 +66,34 @@ starts_with "csl: name and type" "\"$a\",1,\"DACL(" "$out"
 contains "csl: an entry" "/allow/" "$out"
 contains "csl: owner" ";Owner:" "$out"
 
-# A missing object fails the whole command: "failed", exit 1.
+# A missing object fails the whole command: the object named on stderr, exit 1.
 run_vxio acl "$(list_command "$(win "$work/missing.txt")" sddl dacl None)"
-check "missing object: exit status" 1 "$status"
-check "missing object: output" "failed" "$out"
+check "missing object: exit status and output" "1 []" "$status [$out]"
+starts_with "missing object: message" "vxio acl: $(win "$work/missing.txt"): " "$err"
 
 # A recursive listing into a file: one record a line for every file of the
 # tree (the directories are walked, not listed), each line ending in the
-# terminator and CR CR LF; stdout gets the last record written.
+# terminator and CR CR LF; stdout gets every record, in walk order, as it
+# does when the command names no file (None).
 saved=$work/saved.txt
-run_vxio acl "--objectName>>$(win "$work/tree")>>--objectType>>file>>--recursion>>fileRecurse>>--action>>List>>sddl>>dacl,owner>>No>>Yes>>$(win "$saved")"
+tree_command() { printf -- '--objectName>>%s>>--objectType>>file>>--recursion>>fileRecurse>>--action>>List>>sddl>>dacl,owner>>No>>Yes>>%s' "$(win "$work/tree")" "$1"; }
+run_vxio acl "$(tree_command "$(win "$saved")")"
 check "tree: exit status" 0 "$status"
 check "tree: records" 3 "$(grep -c '>>>'$'\r\r''$' "$saved")"
 for f in one.txt sub/two.txt sub/three.txt; do
     check "tree: record of $f" 1 "$(grep -cF "\"$(win "$work/tree/$f")\",1,\"O:" "$saved")"
 done
-check "tree: last record printed" "$(tail -n 1 "$saved" | tr -d '\r')" "$out"
+check "tree: every record printed" "$(tr -d '\r' <"$saved")" "$out"
+run_vxio acl "$(tree_command none)"
+check "tree into None: every record, in walk order" "0 $(tr -d '\r' <"$saved")" "$status $out"
+run_vxio acl --json "$(tree_command None)"
+if WANT=$(tr -d '\r' <"$saved" | cut -d'"' -f2) python3 -c '
+import json, os, sys
+got = [json.loads(line) for line in sys.stdin]
+assert [o["objectName"] for o in got] == os.environ["WANT"].split("\n"), got
+assert all(o["objectType"] == 1 and o["objectTypeName"] == "file" and
+           o["descriptor"].startswith("O:") and o["record"].endswith(">>>") for o in got), got
+' <<<"$out"; then pass; else fail "tree json: $out"; fi
 
 # Restore from a saved record: "ok", and the object lists as saved. The
 # record is the first line of the listing without its line end.
@@ -98,8 +110,7 @@ check "restore: listed as saved" "$first" "$out"
 # A text that holds no record, and an input file that cannot be read.
 printf 'no record here' >"$work/bad.txt"
 run_vxio acl --in "$(win "$work/bad.txt")" "--objectName>>$a>>--objectType>>file>>--action>>Restore>>FromVOXAStruct"
-check "restore malformed: exit status" 1 "$status"
-check "restore malformed: output" "failed" "$out"
+check "restore malformed: exit status and output" "1 []" "$status [$out]"
 run_vxio acl --in "$(win "$work/none.txt")" "--objectName>>$a>>--objectType>>file>>--action>>Restore>>FromVOXAStruct"
 check "restore unreadable: exit status" 1 "$status"
 check "restore unreadable: nothing on stdout" "" "$out"

@@ -2,8 +2,9 @@
 # vxio.exe boot under Wine: the boot sectors of a disk image made here (two
 # partitions whose first sector ends in 0xAA55, one without it, one entry
 # starting at sector 0 that never counts), each listed with its offset and
-# the SHA-1 of its 512 bytes as sha1sum computes it; bad usage; an
-# unreadable image; a drive number past the device path's limit.
+# the SHA-1 of its 512 bytes as sha1sum computes it (a table with its
+# header, and JSON); bad usage; an unreadable image; a drive number past
+# the device path's limit.
 # Usage: boot_tool_test.sh PATH/TO/vxio.exe
 set -u
 # shellcheck source=lib.sh
@@ -32,16 +33,24 @@ sector_sum() { dd if="$image" bs=512 skip="$1" count=1 status=none | sha1sum | c
 
 out=$(vxio boot --image "$image" 2>"$work/err" | tr -d '\r'); status=$?
 [ "$status" -eq 0 ] && pass || fail "image: exit status $status"
-want=$(printf '8192  %s\n16384  %s' "$(sector_sum 16)" "$(sector_sum 32)")
+want=$(printf 'OFFSET\tSHA1\n8192\t%s\n16384\t%s' "$(sector_sum 16)" "$(sector_sum 32)")
 [ "$out" == "$want" ] && pass || fail "image: listing '$out' (want '$want')"
+out=$(vxio boot --json --no-header --image="$image" | tr -d '\r')
+if WANT="$want" python3 -c '
+import json, os, sys
+got = [json.loads(line) for line in sys.stdin]
+want = [dict(offset=int(o), sha1=s) for o, s in (l.split("\t") for l in os.environ["WANT"].split("\n")[1:])]
+assert got == want, got
+' <<<"$out"; then pass; else fail "image json: $out"; fi
 
 vxio boot --image "$work/none.img" >/dev/null 2>&1; status=$?
 [ "$status" -eq 1 ] && pass || fail "missing image: exit status $status"
 vxio boot 138 >/dev/null 2>&1; status=$?
 [ "$status" -eq 1 ] && pass || fail "drive 138: exit status $status"
-for args in "" "x" "--image" "--bogus 2"; do
+for args in "" "x" "--image" "--bogus 2" "256" "-1" "2x" "2 3" "--json=1 2" "--image $image 2"; do
   # shellcheck disable=SC2086
-  vxio boot $args >/dev/null 2>&1; status=$?
-  [ "$status" -eq 2 ] && pass || fail "bad usage '$args': exit status $status"
+  err=$(vxio boot $args 2>&1 >/dev/null); status=$?
+  [ "$status $(tail -n 1 <<<"$err")" == "2 Try 'vxio boot --help'." ] && pass ||
+    fail "bad usage '$args': exit status $status, '$err'"
 done
 summary

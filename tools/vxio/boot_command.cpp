@@ -15,14 +15,12 @@
 // a protective 0xEE entry of a GPT disk (no signature there). Logical
 // drives inside an extended partition are not followed; a live disk
 // reports them in its layout, an image read here does not.
-#include <errno.h>
 #include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 
 #include <string>
 #include <vector>
 
+#include "scan_text.h"
 #include "tool.h"
 #include "vxio/io.h"
 #include "vxio/lock_sha1.h"
@@ -36,20 +34,24 @@ constexpr uint32_t kPartitionTable = 446;  // four 16-byte entries, then 0x55 0x
 constexpr uint32_t kPartitionEntry = 16;
 
 const char kUsage[] =
-    "Usage: vxio boot DRIVE\n"
-    "       vxio boot --image FILE\n"
-    "List the boot sectors of a drive: one line per sector, its byte offset\n"
-    "in decimal, two spaces, and the SHA-1 of its 512 bytes.\n"
-    "DRIVE is a number: 0 is A:, 2 is C: (a volume lists its first sector),\n"
-    "128 is physical drive 0 up to 137 for drive 9 (a disk lists every\n"
-    "partition whose first sector ends in 0xAA55).\n"
-    "With --image, FILE is a raw disk image; its master boot record is read\n"
-    "with the same rules as a physical drive (primary partitions only).\n"
+    "Usage: vxio boot [--json] [--no-header] DRIVE\n"
+    "       vxio boot [--json] [--no-header] --image FILE\n"
+    "List the boot sectors of a drive: one line per sector, OFFSET (its byte\n"
+    "offset, decimal) and SHA1 (of its 512 bytes), separated by a tab.\n"
+    "DRIVE is a number from 0 to 255: 0 is A:, 2 is C: (a volume lists its\n"
+    "first sector), 128 is physical drive 0 up to 137 for drive 9 (a disk\n"
+    "lists every partition whose first sector ends in 0xAA55).\n"
     "\n"
     "Options:\n"
-    "  -h, --help  show this help and exit\n"
+    "  --image FILE  read a raw disk image instead of a drive: its master boot\n"
+    "                record is read with the same rules as a physical drive\n"
+    "                (primary partitions only)\n"
+    "  --json        one JSON object a sector: {\"offset\":N,\"sha1\":\"...\"}\n"
+    "  --no-header   leave out the column headers\n"
+    "  -h, --help    show this help and exit\n"
     "\n"
-    "Exit codes: 0 listed, 1 the drive or image could not be read, 2 bad usage.\n";
+    "Exit codes: 0 listed, 1 the drive or image could not be read (or one of\n"
+    "its boot sectors), 2 bad usage.\n";
 
 struct PhysicalObjectTraits {
     using Value = IoObject *;
@@ -58,64 +60,90 @@ struct PhysicalObjectTraits {
 };
 using PhysicalObject = Owned<PhysicalObjectTraits>;
 
-void print_line(uint64_t offset, const uint8_t *sector) {
-    SHA1Context context;
-    uint8_t digest[SHA1HashSize];
-    SHA1Reset(&context);
-    SHA1Input(&context, sector, kSector);
-    SHA1Result(&context, digest);
-    char hex[2 * SHA1HashSize + 1];
-    for (int i = 0; i < SHA1HashSize; ++i) snprintf(hex + 2 * i, 3, "%02x", digest[i]);
-    printf("%llu  %s\n", static_cast<unsigned long long>(offset), hex);
+// How the listing is printed: a table with its header, or JSON lines.
+struct Output {
+    bool json = false;
+    bool header = true;
+
+    void start() const {
+        if (!json && header) printf("OFFSET\tSHA1\n");
+    }
+    void line(uint64_t offset, const uint8_t *sector) const {
+        SHA1Context context;
+        uint8_t digest[SHA1HashSize];
+        SHA1Reset(&context);
+        SHA1Input(&context, sector, kSector);
+        SHA1Result(&context, digest);
+        char hex[2 * SHA1HashSize + 1];
+        for (int i = 0; i < SHA1HashSize; ++i) snprintf(hex + 2 * i, 3, "%02x", digest[i]);
+        if (json)
+            printf("{\"offset\":%llu,\"sha1\":\"%s\"}\n", static_cast<unsigned long long>(offset), hex);
+        else
+            printf("%llu\t%s\n", static_cast<unsigned long long>(offset), hex);
+    }
+};
+
+// The thread's last error in words, or fallback when the system left none.
+std::string last_error_or(const char *fallback) {
+    const DWORD last = GetLastError();
+    return last == ERROR_SUCCESS ? fallback : reason_text(last);
 }
 
 std::string open_failure(uint32_t error) {
     if (error == 209) return "not a system of the NT family";
     if (error == 999) return "access denied, even with the debug privilege";
-    const DWORD last = GetLastError();
-    return last == ERROR_SUCCESS ? "cannot open the drive" : reason_text(last);
+    return last_error_or("the drive cannot be opened");
 }
 
-int list_drive(const char *argument) {
-    char *end = nullptr;
-    const unsigned long drive = strtoul(argument, &end, 10);
-    if (*argument < '0' || *argument > '9' || *end != '\0' || drive > 0xFFFFFFFFul)
-        return usage_error("boot", std::string("not a drive number: '") + argument + "'");
-
+int list_drive(uint32_t drive, const Output &output) {
     static const uint8_t kNoCallerData[16] = {};
     uint32_t error = 0;
     SetLastError(ERROR_SUCCESS);
-    PhysicalObject object(VOXA_PHYSICAL_Open(static_cast<uint32_t>(drive), 0, 0, kBootSectorMode,
-                                             kNoCallerData, sizeof kNoCallerData, &error));
+    PhysicalObject object(VOXA_PHYSICAL_Open(drive, 0, 0, kBootSectorMode, kNoCallerData,
+                                             sizeof kNoCallerData, &error));
     if (!object.valid()) {
-        fprintf(stderr, "vxio boot: drive %lu: %s\n", drive, open_failure(error).c_str());
+        fprintf(stderr, "vxio boot: drive %u: %s\n", drive, open_failure(error).c_str());
         return kExitUnreadable;
     }
     // The offsets are in the object's public record; the reads return the
-    // sectors in the same order.
+    // sectors in the same order. The count the library reports is checked
+    // against the list it points to before any offset is read.
     const auto *disk = reinterpret_cast<const IoPhysicalObject *>(object.get());
-    const uint32_t count = VOXA_PHYSICAL_GetNumberOfBootOffsets(object.get());
+    const DynArray *offsets = disk->bootOffsets;
+    uint32_t count = VOXA_PHYSICAL_GetNumberOfBootOffsets(object.get());
+    if (!offsets || !offsets->items) count = 0;
+    if (offsets && count > offsets->count) count = offsets->count;
+    output.start();
     uint8_t sector[kSector];
     int status = kExitOk;
     for (uint32_t i = 0; i < count; ++i) {
-        const uint64_t offset = *static_cast<const uint64_t *>(disk->bootOffsets->items[i]);
+        const auto *at = static_cast<const uint64_t *>(offsets->items[i]);
+        if (!at) continue;
+        const uint64_t offset = *at;
         // A floppy is read plainly even in boot-sector mode: ask for the
         // offset itself, which is 0 for a volume.
+        SetLastError(ERROR_SUCCESS);
         if (VOXA_PHYSICAL_Read(object.get(), 0, sector, kSector) != 0) {
-            fprintf(stderr, "vxio boot: drive %lu: cannot read the sector at %llu\n", drive,
-                    static_cast<unsigned long long>(offset));
+            fprintf(stderr, "vxio boot: drive %u: the sector at %llu: %s\n", drive,
+                    static_cast<unsigned long long>(offset),
+                    last_error_or("it cannot be read").c_str());
             status = kExitUnreadable;
             continue;
         }
-        print_line(offset, sector);
+        output.line(offset, sector);
     }
     return status;
 }
 
-// One 512-byte sector of the image; false when the image ends before it.
-bool read_sector(FILE *image, uint64_t offset, uint8_t *sector) {
-    if (_fseeki64(image, static_cast<__int64>(offset), SEEK_SET) != 0) return false;
-    return fread(sector, 1, kSector, image) == kSector;
+// One 512-byte sector of the image; false when it cannot be read whole
+// (the reason is the thread's last error, or none past the end).
+bool read_sector(HANDLE image, uint64_t offset, uint8_t *sector) {
+    LARGE_INTEGER to;
+    to.QuadPart = static_cast<LONGLONG>(offset);
+    DWORD got = 0;
+    SetLastError(ERROR_SUCCESS);
+    return SetFilePointerEx(image, to, nullptr, FILE_BEGIN) &&
+           ReadFile(image, sector, kSector, &got, nullptr) && got == kSector;
 }
 
 uint32_t little32(const uint8_t *bytes) {
@@ -126,16 +154,18 @@ bool has_boot_signature(const uint8_t *sector) {
     return sector[kSector - 2] == 0x55 && sector[kSector - 1] == 0xAA;
 }
 
-int list_image(const char *path) {
-    FILE *image = fopen(path, "rb");
-    if (!image) {
-        fprintf(stderr, "vxio boot: %s: %s\n", path, strerror(errno));
+int list_image(const std::string &path, const Output &output) {
+    FileHandle image(CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                 nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!image.valid()) {
+        fprintf(stderr, "vxio boot: %s: %s\n", to_utf8(path).c_str(),
+                reason_text(GetLastError()).c_str());
         return kExitUnreadable;
     }
     uint8_t mbr[kSector];
-    if (!read_sector(image, 0, mbr)) {
-        fclose(image);
-        fprintf(stderr, "vxio boot: %s: shorter than one sector\n", path);
+    if (!read_sector(image.get(), 0, mbr)) {
+        fprintf(stderr, "vxio boot: %s: %s\n", to_utf8(path).c_str(),
+                last_error_or("shorter than one sector").c_str());
         return kExitUnreadable;
     }
     std::vector<uint64_t> offsets;
@@ -147,34 +177,46 @@ int list_image(const char *path) {
         if (type == 0 || first < 1 || sectors < 1) continue;
         const uint64_t offset = uint64_t{first} * kSector;
         uint8_t sector[kSector];
-        if (read_sector(image, offset, sector) && has_boot_signature(sector))
+        if (read_sector(image.get(), offset, sector) && has_boot_signature(sector))
             offsets.push_back(offset);
     }
+    output.start();
     int status = kExitOk;
     for (uint64_t offset : offsets) {
         uint8_t sector[kSector];
-        if (!read_sector(image, offset, sector)) {
+        if (!read_sector(image.get(), offset, sector)) {
+            fprintf(stderr, "vxio boot: %s: the sector at %llu: %s\n", to_utf8(path).c_str(),
+                    static_cast<unsigned long long>(offset),
+                    last_error_or("it cannot be read").c_str());
             status = kExitUnreadable;
             continue;
         }
-        print_line(offset, sector);
+        output.line(offset, sector);
     }
-    fclose(image);
     return status;
 }
 
 }  // namespace
 
 int run_boot(int argc, char **argv) {
-    if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
-        fputs(kUsage, stdout);
-        return kExitOk;
-    }
-    if (argc == 3 && strcmp(argv[1], "--image") == 0) return list_image(argv[2]);
-    if (argc == 2 && argv[1][0] != '-') return list_drive(argv[1]);
-    if (argc >= 2 && argv[1][0] == '-' && strcmp(argv[1], "--image") != 0)
-        return usage_error("boot", std::string("unknown option '") + argv[1] + "'");
-    return usage_error("boot", "expected DRIVE or --image FILE");
+    static const std::vector<OptionSpec> kOptions = {
+        {"--image", OptionKind::kText}, {"--json", OptionKind::kFlag},
+        {"--no-header", OptionKind::kFlag}};
+    ParsedArgs args;
+    const int status = run_options("boot", kUsage, argc, argv, kOptions, "DRIVE", 0, 1, &args);
+    if (status >= 0) return status;
+    Output output;
+    output.json = args.has("--json");
+    output.header = !args.has("--no-header");
+    const std::string *image = args.value("--image");
+    if (image && !args.operands.empty())
+        return usage_error("boot", "DRIVE and --image do not go together");
+    if (image) return list_image(*image, output);
+    if (args.operands.empty()) return usage_error("boot", "missing DRIVE (or --image FILE)");
+    uint64_t drive = 0;
+    if (!parse_number(args.operands[0], 0, 255, &drive))
+        return usage_error("boot", "DRIVE is a number from 0 to 255, not '" + args.operands[0] + "'");
+    return list_drive(static_cast<uint32_t>(drive), output);
 }
 
 }  // namespace vxio_tool

@@ -452,6 +452,9 @@ uint32_t restore_record(Engine &engine, const std::string &text,
 
 }  // namespace
 
+// More than the records of a listing of a million objects.
+constexpr size_t kRestoreFileMax = size_t(256) << 20;
+
 uint32_t restore(Engine &engine) {
     const AclCommand &c = engine.command;
     if (c.fileName.empty()) return kRestoreNoFile;
@@ -465,8 +468,13 @@ uint32_t restore(Engine &engine) {
         std::string raw;
         char chunk[4096];
         DWORD done = 0;
-        while (os.ReadFile(in.get(), chunk, sizeof chunk, &done, nullptr) && done)
+        while (os.ReadFile(in.get(), chunk, sizeof chunk, &done, nullptr) && done) {
+            // The file is read whole before any record is applied; a file
+            // far larger than any listing (a swapped file, a device) must
+            // not take all the memory first.
+            if (raw.size() + done > kRestoreFileMax) return engine.fail(kFileNotOpened);
             raw.append(chunk, done);
+        }
         records = split_restore_file(raw);
     }
     RuntimeLibrary advapi("Advapi32.dll");

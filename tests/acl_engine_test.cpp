@@ -17,6 +17,7 @@
 
 #include "platform/os.h"
 #include "support/heap_ledger.h"
+#include "support/served.h"
 #include "support/temp_dir.h"
 #include "acl/engine.h"
 #include "vxio/acl.h"
@@ -24,7 +25,9 @@
 namespace acl = vxio::acl;
 using vxio::platform::OsTable;
 using vxio::platform::SeamEntry;
+using vxio::test::as_proc;
 using vxio::test::HeapLedger;
+using vxio::test::served;
 using vxio::test::TempDir;
 
 namespace {
@@ -77,15 +80,8 @@ size_t count_of(const std::string &text, const std::string &what) {
 // replays what Windows keeps and Wine does not (owner, group, protection,
 // SACL), so that list -> change -> restore can be checked byte for byte.
 
-// A function handed out where the system would give an entry point.
-template <typename Fn>
-FARPROC as_proc(Fn fn) {
-    return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(fn));
-}
-
 std::map<std::string, std::string> g_store;
 int g_sets = 0;
-DWORD g_refusal = ERROR_ACCESS_DENIED;  // what a refusing writer answers
 
 // The SDDL text the system's own converters make of sddl. Wine's
 // converters take and report SACL flags as the DACL's (a SACL "AI" is
@@ -151,26 +147,14 @@ DWORD WINAPI store_set(LPSTR name, SE_OBJECT_TYPE, SECURITY_INFORMATION bits, PS
     return ERROR_SUCCESS;
 }
 
-// Entry points that the test hides from the engine, by name.
-std::map<std::string, FARPROC> g_replaced;
-
-FARPROC WINAPI store_lookup(HMODULE module, LPCSTR name) {
-    if (HIWORD(reinterpret_cast<uintptr_t>(name))) {
-        auto found = g_replaced.find(name);
-        if (found != g_replaced.end()) return found->second;
-    }
-    return vxio::platform::real_os.GetProcAddress(module, name);
-}
-
-struct DescriptorStore {
-    SeamEntry<FARPROC(WINAPI *)(HMODULE, LPCSTR)> lookup{&OsTable::GetProcAddress, &store_lookup};
-    DescriptorStore() {
+// The store behind the named-security functions; each test serves or
+// hides more entry points in `served`.
+struct DescriptorStore : vxio::test::Served {
+    DescriptorStore()
+        : Served({{"GetNamedSecurityInfoA", as_proc(&store_get)}, {"SetNamedSecurityInfoA", as_proc(&store_set)}}) {
         g_store.clear();
         g_sets = 0;
-        g_replaced = {{"GetNamedSecurityInfoA", as_proc(&store_get)},
-                      {"SetNamedSecurityInfoA", as_proc(&store_set)}};
     }
-    ~DescriptorStore() { g_replaced.clear(); }
 };
 
 // ---------------------------------------------------------------------------
@@ -357,6 +341,20 @@ TEST(AclEngine, AListingFileRestoresWhatItListed) {
     ASSERT_TRUE(exec(restore + saved));
     EXPECT_EQ(g_store, before);
     EXPECT_FALSE(exec(restore + dir.file("missing.txt")));
+
+    // A file that never ends (a device, a file still growing) is given up
+    // at 256 MiB, before anything is restored, rather than read into
+    // memory without end.
+    static uint64_t reads;
+    reads = 0;
+    SeamEntry<decltype(OsTable::ReadFile)> endless{
+        &OsTable::ReadFile, [](HANDLE, LPVOID buffer, DWORD size, LPDWORD done, LPOVERLAPPED) -> BOOL {
+            std::memset(buffer, '"', size);
+            return ++reads, *done = size, TRUE;
+        }};
+    EXPECT_EQ(acl::execute_command((restore + saved).c_str(), nullptr, 0), acl::kFileNotOpened);
+    EXPECT_EQ(reads, (uint64_t{256} << 20) / 4096 + 1);
+    EXPECT_EQ(g_store, before);
 }
 
 // The privileges the engine asks for, in order ("+Name" on, "-Name" off).
@@ -377,8 +375,8 @@ BOOL WINAPI record_adjust(HANDLE, BOOL, PTOKEN_PRIVILEGES p, DWORD, PTOKEN_PRIVI
 TEST(AclEngine, PrivilegesAreSwitchedOnForTheWorkAndOffAfterIt) {
     DescriptorStore store;
     g_store["C:\\f"] = norm("O:BAD:(A;;FA;;;BU)S:(AU;SA;FA;;;WD)");
-    g_replaced["LookupPrivilegeValueA"] = as_proc(&record_lookup);
-    g_replaced["AdjustTokenPrivileges"] = as_proc(&record_adjust);
+    served["LookupPrivilegeValueA"] = as_proc(&record_lookup);
+    served["AdjustTokenPrivileges"] = as_proc(&record_adjust);
     g_privileges.clear();
     ASSERT_TRUE(exec("--objectName>>C:\\f>>--objectType>>file>>--action>>SetOwner>>S-1-5-18>>"
                      "IsSID>>--action>>List>>sddl>>sacl>>No>>Yes>>None"));
@@ -404,7 +402,8 @@ namespace statuses {
 
 uint32_t run(const std::string &command) { return acl::execute_command(command.c_str(), nullptr, 0); }
 
-DWORD WINAPI refuse_set(LPSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID, PSID, PACL, PACL) { return g_refusal; }
+template <DWORD kRefusal>
+DWORD WINAPI refuse_set(LPSTR, SE_OBJECT_TYPE, SECURITY_INFORMATION, PSID, PSID, PACL, PACL) { return kRefusal; }
 BOOL WINAPI windows_9x(LPOSVERSIONINFOA info) {
     info->dwPlatformId = VER_PLATFORM_WIN32_WINDOWS;
     info->dwMajorVersion = 4;
@@ -442,7 +441,7 @@ TEST(AclEngineStatus, ParseAndRunFailuresCarryTheirNumbers) {
         {"--objectName>>\\\\host\\public>>--objectType>>share>>--recursion>>dirRecurse", acl::kBadArgument},
         {f + "Domain>>CORP>>NEWCORP>>replaceDomain>>dacl", acl::kDomainLookup},
     };
-    g_replaced["DsGetDcNameA"] = as_proc(&no_domain);
+    served["DsGetDcNameA"] = as_proc(&no_domain);
     for (const auto &k : cases) EXPECT_EQ(run(k.command), k.status) << k.command;
     EXPECT_EQ(acl::execute_command(nullptr, nullptr, 0), acl::kBadArgument);
     EXPECT_EQ(g_store["C:\\f"], norm("O:BAD:(A;;FA;;;BU)")) << "no failing command wrote";
@@ -453,43 +452,36 @@ TEST(AclEngineStatus, ParseAndRunFailuresCarryTheirNumbers) {
     EXPECT_EQ(std::string(text), "\"\\\\host\\laser\",3,\"DACL(not_protected):Everyone/allow/no_inheritance/print\"");
 }
 
-// Each row replays a system without the named entry point: a status, not
-// a crash, and nothing written.
-TEST(AclEngineStatus, MissingEntryPointsAndOldSystems) {
+// Each row replays a system without the named entry point, or with a
+// writer that refuses: a status, not a crash, and nothing written. A
+// refused write is passed over only when access is denied.
+TEST(AclEngineStatus, MissingOrRefusingEntryPointsAndOldSystems) {
     DescriptorStore store;
     g_store["C:\\f"] = norm("O:BAD:(A;;FA;;;BU)");
     const std::string f = "--objectName>>C:\\f>>--objectType>>file>>--action>>";
-    const struct { const char *hidden; std::string command; uint32_t status; } cases[] = {
-        {"GetNamedSecurityInfoA", f + kListDacl, acl::kNoMemory},
-        {"ConvertSecurityDescriptorToStringSecurityDescriptorA", f + kListDacl, acl::kNoMemory},
-        {"SetNamedSecurityInfoA", f + "Clear>>dacl", acl::kLibraryMissing},
-        {"SetEntriesInAclA", f + "ACE>>S-1-1-0>>IsSID>>read>>sub-objects>>audit_fail>>sacl", acl::kLibraryMissing},
-        {"ConvertStringSidToSidA", f + "SetOwner>>S-1-5-18>>IsSID", acl::kLibraryMissing},
-        {"DsGetDcNameA", f + "SetOwner>>CORP\\user>>IsName", acl::kLibraryMissing},
-        {"WNetOpenEnumA", "--objectName>>Z:\\x>>--objectType>>file>>--action>>Clear>>dacl", acl::kLibraryMissing},
+    const FARPROC denied = as_proc(&refuse_set<ERROR_ACCESS_DENIED>), invalid = as_proc(&refuse_set<ERROR_INVALID_PARAMETER>);
+    const struct { const char *entry; FARPROC answer; std::string command; uint32_t status; } cases[] = {
+        {"GetNamedSecurityInfoA", nullptr, f + kListDacl, acl::kNoMemory},
+        {"ConvertSecurityDescriptorToStringSecurityDescriptorA", nullptr, f + kListDacl, acl::kNoMemory},
+        {"SetNamedSecurityInfoA", nullptr, f + "Clear>>dacl", acl::kLibraryMissing},
+        {"SetEntriesInAclA", nullptr, f + "ACE>>S-1-1-0>>IsSID>>read>>sub-objects>>audit_fail>>sacl", acl::kLibraryMissing},
+        {"ConvertStringSidToSidA", nullptr, f + "SetOwner>>S-1-5-18>>IsSID", acl::kLibraryMissing},
+        {"DsGetDcNameA", nullptr, f + "SetOwner>>CORP\\user>>IsName", acl::kLibraryMissing},
+        {"WNetOpenEnumA", nullptr, "--objectName>>Z:\\x>>--objectType>>file>>--action>>Clear>>dacl", acl::kLibraryMissing},
+        {"SetNamedSecurityInfoA", denied, f + "Clear>>dacl", acl::kOk},
+        {"SetNamedSecurityInfoA", invalid, f + "Clear>>dacl", acl::kNoDescriptor},
+        {"SetNamedSecurityInfoA", invalid, "--ignoreErrors>>" + f + "Clear>>dacl", acl::kOk},
     };
     for (const auto &k : cases) {
-        const FARPROC kept = g_replaced.count(k.hidden) ? g_replaced[k.hidden] : nullptr;
-        g_replaced[k.hidden] = nullptr;
-        EXPECT_EQ(run(k.command), k.status) << k.hidden;
-        if (kept) g_replaced[k.hidden] = kept; else g_replaced.erase(k.hidden);
+        const auto kept = served;
+        served[k.entry] = k.answer;
+        EXPECT_EQ(run(k.command), k.status) << k.entry << " " << k.command;
+        served = kept;
     }
     EXPECT_EQ(g_store["C:\\f"], norm("O:BAD:(A;;FA;;;BU)")) << "nothing was written";
 
     SeamEntry version(&OsTable::GetVersionExA, &windows_9x);
     EXPECT_EQ(run(f + kListDacl), acl::kSystemTooOld);
-}
-
-TEST(AclEngineStatus, RefusedWritesArePassedOverOnlyWhenAccessIsDenied) {
-    DescriptorStore store;
-    g_store["C:\\f"] = norm("O:BAD:(A;;FA;;;BU)");
-    g_replaced["SetNamedSecurityInfoA"] = as_proc(&refuse_set);
-    const std::string clear = "--objectName>>C:\\f>>--objectType>>file>>--action>>Clear>>dacl";
-    g_refusal = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(run(clear), acl::kOk);
-    g_refusal = ERROR_INVALID_PARAMETER;
-    EXPECT_EQ(run(clear), acl::kNoDescriptor);
-    EXPECT_EQ(run("--ignoreErrors>>" + clear), acl::kOk);
 }
 
 // A domain as its controller would answer (Wine has none): every domain
@@ -548,10 +540,10 @@ BOOL WINAPI fake_sid_of(LPCSTR system, LPCSTR account, PSID sid, LPDWORD sidSize
 
 TEST(AclEngineStatus, DomainRulesRewriteTheEntriesOfTheirDomain) {
     DescriptorStore store;
-    g_replaced["DsGetDcNameA"] = as_proc(&fake_dc);
-    g_replaced["DsRoleGetPrimaryDomainInformation"] = as_proc(&fake_role);
-    g_replaced["NetApiBufferFree"] = as_proc(&fake_buffer_free);
-    g_replaced["DsRoleFreeMemory"] = as_proc(&fake_role_free);
+    served["DsGetDcNameA"] = as_proc(&fake_dc);
+    served["DsRoleGetPrimaryDomainInformation"] = as_proc(&fake_role);
+    served["NetApiBufferFree"] = as_proc(&fake_buffer_free);
+    served["DsRoleFreeMemory"] = as_proc(&fake_role_free);
     SeamEntry byName(&OsTable::LookupAccountNameA, &fake_sid_of);
     SeamEntry bySid(&OsTable::LookupAccountSidA, &fake_account_of);
     const std::string start = norm("O:BAD:(A;;FA;;;S-1-5-21-1-2-3-1001)(A;;FR;;;BU)");

@@ -14,6 +14,7 @@
 
 #include "platform/os.h"
 #include "support/heap_ledger.h"
+#include "support/served.h"
 #include "support/temp_dir.h"
 #include "vxio/acl.h"
 #include "vxio/io.h"
@@ -46,30 +47,19 @@ std::string listing(const std::string &path, const char *parts) {
     return out;
 }
 
-// Refuses the next CreateFileA of one path as a protected file would.
-std::string g_refused;
+// Every test's CreateFileA: refuses the next g_refusals opens (of g_refused
+// only, when set) as a protected file would, and opens g_standIn, when set,
+// whatever path is asked (so that names no file system takes can be opened).
+std::string g_refused, g_standIn;
 int g_refusals = 0;
-HANDLE WINAPI refuse_once(LPCSTR p, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES sa, DWORD d, DWORD f,
-                          HANDLE t) {
-    if (g_refusals > 0 && g_refused == p) {
+HANDLE WINAPI refusing_open(LPCSTR p, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES sa, DWORD d, DWORD f,
+                            HANDLE t) {
+    if (g_refusals > 0 && (g_refused.empty() || g_refused == p)) {
         --g_refusals;
         SetLastError(ERROR_ACCESS_DENIED);
         return INVALID_HANDLE_VALUE;
     }
-    return real_os.CreateFileA(p, a, s, sa, d, f, t);
-}
-
-// Opens g_standIn whatever path is asked (so that names no file system
-// takes can be opened), refusing the first g_refusals opens.
-std::string g_standIn;
-HANDLE WINAPI stand_in(LPCSTR, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES sa, DWORD d, DWORD f,
-                       HANDLE t) {
-    if (g_refusals > 0) {
-        --g_refusals;
-        SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_HANDLE_VALUE;
-    }
-    return real_os.CreateFileA(g_standIn.c_str(), a, s, sa, d, f, t);
+    return real_os.CreateFileA(g_standIn.empty() ? p : g_standIn.c_str(), a, s, sa, d, f, t);
 }
 
 // Wine derives a file's DACL from its mode bits and a cleared DACL reads
@@ -106,19 +96,12 @@ DWORD WINAPI store_set(LPSTR name, SE_OBJECT_TYPE, SECURITY_INFORMATION bits, PS
     return ERROR_SUCCESS;
 }
 
-FARPROC WINAPI store_lookup(HMODULE module, LPCSTR name) {
-    if (HIWORD(reinterpret_cast<uintptr_t>(name))) {
-        if (!strcmp(name, "GetNamedSecurityInfoA")) return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(&store_get));
-        if (!strcmp(name, "SetNamedSecurityInfoA")) return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(&store_set));
-    }
-    return real_os.GetProcAddress(module, name);
-}
-
 constexpr const char *kStoredDacl = "D:(A;;FA;;;SY)(A;;0x1200a9;;;BU)";
 
-struct DescriptorStore {
-    SeamEntry<FARPROC(WINAPI *)(HMODULE, LPCSTR)> lookup{&OsTable::GetProcAddress, &store_lookup};
-    explicit DescriptorStore(std::initializer_list<std::string> paths) {
+struct DescriptorStore : vxio::test::Served {
+    explicit DescriptorStore(std::initializer_list<std::string> paths)
+        : Served({{"GetNamedSecurityInfoA", vxio::test::as_proc(&store_get)},
+                  {"SetNamedSecurityInfoA", vxio::test::as_proc(&store_set)}}) {
         g_store.clear();
         for (const std::string &path : paths) g_store[path] = kStoredDacl;
         g_gets = g_sets = 0;
@@ -128,6 +111,8 @@ struct DescriptorStore {
 struct FileBackend : ::testing::Test {
     TempDir dir;
     HeapLedger ledger;
+    SeamEntry<decltype(OsTable::CreateFileA)> create{&OsTable::CreateFileA, &refusing_open};
+    void SetUp() override { g_refused.clear(), g_standIn.clear(), g_refusals = 0; }
     void TearDown() override { EXPECT_EQ(ledger.live(), 0u); }
 };
 
@@ -212,7 +197,6 @@ TEST_F(FileBackend, RefusedFileIsClearedOpenedAndRestoredButAHeldOneIsLeftAlone)
     ASSERT_EQ(record.substr(record.size() - 4), "\">>>") << record;
     g_refused = path;
     g_refusals = 1;
-    SeamEntry create(&OsTable::CreateFileA, &refuse_once);
     IoObject *o = VOXA_FILE_Open(path.c_str(), 1, 0, kCallerData, 16);
     ASSERT_NE(o, nullptr);
     EXPECT_EQ(g_refusals, 0);
@@ -243,7 +227,6 @@ TEST_F(FileBackend, PermissionsAreClearedOnlyWithACompleteListingAndNeverLost) {
         DescriptorStore store{path};
         g_store[path] = row.stored;
         const std::string before = g_store[path];
-        SeamEntry create(&OsTable::CreateFileA, &refuse_once);
         g_refused = path;
         g_refusals = row.refusals;
         EXPECT_EQ(VOXA_FILE_Open(path.c_str(), 1, 0, kCallerData, 16), nullptr);
@@ -258,12 +241,11 @@ TEST_F(FileBackend, PermissionsAreClearedOnlyWithACompleteListingAndNeverLost) {
 // Such names are opened through a stand-in file, since no file system
 // takes them.
 TEST_F(FileBackend, NamesACommandWouldSplitNeverReachOne) {
-    const std::string good = dir.write("good", "x");
-    g_standIn = dir.write("stand-in", "x");
+    const std::string good = dir.write("good", "x"), standIn = dir.write("stand-in", "x");
     IoObject *parent = VOXA_FILE_Open(good.c_str(), 0, 0, kCallerData, 16);
     ASSERT_NE(parent, nullptr);
-    SeamEntry create(&OsTable::CreateFileA, &stand_in);
-    for (const std::string name : {good, dir.file("a>b"), dir.file("a>>b"), dir.file("a\",1,\"b")}) {
+    g_standIn = standIn;
+    for (const std::string &name : {good, dir.file("a>b"), dir.file("a>>b"), dir.file("a\",1,\"b")}) {
         SCOPED_TRACE(name);
         DescriptorStore store{good};
         const bool commandable = name == good;
@@ -380,10 +362,9 @@ TEST_F(FileBackend, DeleteAndRename) {
 
 TEST_F(FileBackend, OpenRunningOutOfMemoryLeavesNothing) {
     const std::string path = dir.write("m", "x");
+    g_refused = path;
     for (bool refused : {false, true}) {
         SCOPED_TRACE(refused);
-        SeamEntry create(&OsTable::CreateFileA, &refuse_once);
-        g_refused = path;
         vxio::test::each_allocation_fails([&](HeapLedger &l) {
             g_refusals = refused ? 1 : 0;
             IoObject *o = VOXA_FILE_Open(path.c_str(), 1, 0, kCallerData, 16);

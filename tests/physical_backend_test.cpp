@@ -18,6 +18,7 @@
 
 #include "platform/os.h"
 #include "support/heap_ledger.h"
+#include "support/served.h"
 #include "vxio/io.h"
 
 using vxio::platform::OsTable;
@@ -205,35 +206,25 @@ TEST_F(Physical, BuildsDevicePathsFromDriveNumbers) {
 }
 
 TEST_F(Physical, BootSectorModeWalksSignedPartitionsAndReadsRelativeToTheLastOne) {
-    IoObject *object = open(128, 1);
-    ASSERT_NE(object, nullptr);
-    EXPECT_EQ(VOXA_PHYSICAL_GetNumberOfBootOffsets(object), 2u);
-    const std::pair<uint64_t, int> walk[] = {
-        {512, -1} /* nothing visited yet */, {0, 16}, {512, 17}, {0, 32}, {1024, 34},
-        {0, -1} /* past the last one */,     {512, 33}};
-    for (const auto &[offset, sector] : walk) EXPECT_EQ(sector_at(object, offset), sector) << offset;
-    VOXA_PHYSICAL_Close(object);
-
-    // A volume's list holds its own first sector; floppies read plainly.
-    ASSERT_NE(object = open(2, 1), nullptr);
-    EXPECT_EQ(VOXA_PHYSICAL_GetNumberOfBootOffsets(object), 1u);
-    EXPECT_EQ(sector_at(object, 0), 0);
-    EXPECT_EQ(sector_at(object, 0), -1);
-    VOXA_PHYSICAL_Close(object);
-    ASSERT_NE(object = open(0, 1), nullptr);
-    EXPECT_EQ(sector_at(object, 0), 0);
-    EXPECT_EQ(sector_at(object, 0), 0);
-    EXPECT_EQ(sector_at(object, 512), 1);
-    VOXA_PHYSICAL_Close(object);
-
-    // A GPT disk's protective partition starts at the GPT header: no boot
-    // sector to walk to.
-    fake.disk = gpt_protective_disk();
-    fake.layout = layout_of(fake.disk);
-    ASSERT_NE(object = open(128, 1), nullptr);
-    EXPECT_EQ(VOXA_PHYSICAL_GetNumberOfBootOffsets(object), 0u);
-    EXPECT_EQ(sector_at(object, 0), -1);
-    VOXA_PHYSICAL_Close(object);
+    // Each walk reads at offsets from the last boot sector visited: the
+    // disk's list holds its two signed partitions, a volume's (a floppy's
+    // too) its own first sector, yet a floppy reads plainly; a GPT disk's
+    // protective partition starts at the GPT header: nothing to walk to.
+    const struct { uint32_t drive; bool gpt; uint32_t offsets; std::vector<std::pair<uint64_t, int>> walk; } cases[] = {
+        {128, false, 2, {{512, -1} /* nothing visited yet */, {0, 16}, {512, 17}, {0, 32}, {1024, 34},
+                         {0, -1} /* past the last one */, {512, 33}}},
+        {2, false, 1, {{0, 0}, {0, -1}}},
+        {0, false, 1, {{0, 0}, {0, 0}, {512, 1}}},
+        {128, true, 0, {{0, -1}}}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.drive);
+        if (c.gpt) fake.disk = gpt_protective_disk(), fake.layout = layout_of(fake.disk);
+        IoObject *object = open(c.drive, 1);
+        ASSERT_NE(object, nullptr);
+        EXPECT_EQ(VOXA_PHYSICAL_GetNumberOfBootOffsets(object), c.offsets);
+        for (const auto &[offset, sector] : c.walk) EXPECT_EQ(sector_at(object, offset), sector) << offset;
+        VOXA_PHYSICAL_Close(object);
+    }
 }
 
 TEST_F(Physical, ReadsFailOnPartialSectorsSeeksAndStagingBuffers) {
@@ -304,12 +295,6 @@ BOOL WINAPI adjust_token(HANDLE, BOOL, PTOKEN_PRIVILEGES state, DWORD, PTOKEN_PR
     token.writtenBack = state->Privileges[0].Attributes;
     return SetLastError(ERROR_SUCCESS), TRUE;
 }
-FARPROC WINAPI serve_adjust(HMODULE module, LPCSTR name) {
-    const bool byName = HIWORD(reinterpret_cast<uintptr_t>(name)) != 0;
-    if (token.served && byName && !std::strcmp(name, "AdjustTokenPrivileges"))
-        return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(adjust_token));
-    return GetProcAddress(module, name);
-}
 
 // Under Wine the account holds the debug privilege, so the real raise
 // succeeds; on Windows without it the first two rows end in 999 like the
@@ -326,11 +311,13 @@ TEST_F(Physical, AccessDeniedRaisesTheDebugPrivilegeAndDropsItAgain) {
                  {"not an access problem", 1, ERROR_FILE_NOT_FOUND, false, kReal, kSentinel},
                  {"served raise", 1, ERROR_ACCESS_DENIED, false, ERROR_SUCCESS, kSentinel},
                  {"served refusal", 1, ERROR_ACCESS_DENIED, false, ERROR_NOT_ALL_ASSIGNED, 999}};
-    SeamEntry<decltype(OsTable::GetProcAddress)> serve(&OsTable::GetProcAddress, serve_adjust);
+    vxio::test::Served serve;
     for (const auto &c : cases) {
         fake = Fake{};
         fake.denials = c.denials, fake.openError = c.openError, error = kSentinel;
         token = TokenFake{c.served != kReal, c.served};
+        vxio::test::served.clear();
+        if (token.served) vxio::test::served["AdjustTokenPrivileges"] = vxio::test::as_proc(&adjust_token);
         auto load = c.hideAdvapi ? [](LPCSTR) -> HMODULE { return nullptr; } : LoadLibraryA;
         SeamEntry<decltype(OsTable::LoadLibraryA)> hide(&OsTable::LoadLibraryA, load);
         IoObject *object = open(128, 1);

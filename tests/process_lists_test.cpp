@@ -18,7 +18,6 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -28,11 +27,14 @@
 #include "child/launch.h"
 #include "platform/os.h"
 #include "support/heap_ledger.h"
+#include "support/served.h"
 #include "vxio/process.h"
 #include "vxio/process_memory.h"
 
 using namespace vxio::platform;
+using vxio::test::as_proc;
 using vxio::test::HeapLedger;
+using vxio::test::served;
 
 namespace {
 
@@ -77,26 +79,11 @@ struct List {
     }
 };
 
-// Entry points served or hidden by name through the seam's GetProcAddress:
-// a name mapped to null is missing, an unmapped name is the real one.
-std::map<std::string, FARPROC> served;
-FARPROC WINAPI serving_lookup(HMODULE module, LPCSTR name) {
-    auto it = HIWORD(reinterpret_cast<uintptr_t>(name)) ? served.find(name) : served.end();
-    return it != served.end() ? it->second : real_os.GetProcAddress(module, name);
-}
-template <typename Fn>
-FARPROC fn(Fn f) {
-    return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(f));
-}
-
 class ProcessLists : public ::testing::Test {
 protected:
     HeapLedger ledger;
-    SeamEntry<FARPROC(WINAPI *)(HMODULE, LPCSTR)> lookup{&OsTable::GetProcAddress, &serving_lookup};
-    void TearDown() override {
-        served.clear();
-        EXPECT_EQ(ledger.live(), 0u) << "library blocks left";
-    }
+    vxio::test::Served entries;  // what each test serves or hides in `served`
+    void TearDown() override { EXPECT_EQ(ledger.live(), 0u) << "library blocks left"; }
 };
 
 // Process ids (or the child's thread ids) from a snapshot taken directly.
@@ -219,7 +206,7 @@ TEST_F(ProcessLists, ProcessStatusModulesMatchTheSnapshotAndStopAt128) {
     CloseHandle(snap);
     EXPECT_EQ(dll[0]->baseAddress, base);
 
-    served = {{"EnumProcessModulesEx", fn(&two_hundred_modules)}, {"GetModuleFileNameExA", fn(&module_name)}};
+    served = {{"EnumProcessModulesEx", as_proc(&two_hundred_modules)}, {"GetModuleFileNameExA", as_proc(&module_name)}};
     List capped;
     ASSERT_EQ(VOXA_IO_CreateWin32PSAPIModulesList(capped, child.id), 0);
     auto items = capped.items<ModuleEntry>();
@@ -245,7 +232,7 @@ LONG NTAPI never_fits(ULONG, PVOID, ULONG length, PULONG reported) {
 }
 
 TEST_F(ProcessLists, NativeQueriesGrowToTheReportedSizeOrDoubleAndGiveUp) {
-    served["NtQuerySystemInformation"] = fn(&never_fits);
+    served["NtQuerySystemInformation"] = as_proc(&never_fits);
     for (ULONG first : {264u, 292u}) {
         offered.clear();
         List list, threads;
@@ -277,7 +264,7 @@ LONG NTAPI served_system(ULONG infoClass, PVOID out, ULONG length, PULONG report
 }
 
 TEST_F(ProcessLists, NativeProcessRecordsAreReadOnlyInsideTheAnswer) {
-    served["NtQuerySystemInformation"] = fn(&served_system);
+    served["NtQuerySystemInformation"] = as_proc(&served_system);
     const struct {
         size_t at;
         uint64_t value;  // written over 8 bytes (a 32-bit field and its neighbour)
@@ -349,7 +336,7 @@ LONG NTAPI endless_basic(HANDLE, ULONG, PVOID out, ULONG length, PULONG) {
 }
 
 TEST_F(ProcessLists, LoaderWalkStopsAtItsEntryAndByteBounds) {
-    served["NtQueryInformationProcess"] = fn(&endless_basic);
+    served["NtQueryInformationProcess"] = as_proc(&endless_basic);
     SeamEntry read(&OsTable::ReadProcessMemory, &endless_target);
     for (uint16_t length : {0, 0xFFFE}) {  // without paths the entries run out first, with them the bytes
         pathLength = length, servedBytes = 0;
@@ -494,7 +481,7 @@ TEST_F(ProcessLists, ServicesMatchTheManager) {
     }
     EXPECT_GT(ours.size(), 5u);
     EXPECT_EQ(ours, direct);
-    served["EnumServicesStatusExA"] = fn(&first_call_ends);
+    served["EnumServicesStatusExA"] = as_proc(&first_call_ends);
     for (DWORD error : {0ul, 5ul}) {  // success outright; access denied
         firstError = error;
         List empty;
@@ -523,7 +510,7 @@ TEST_F(ProcessLists, KernelModulesAreFoundWhereTheSystemKeepsThem) {
     // One in system32, one in its drivers folder, one only where reported.
     served_block = module_block({"\\SystemRoot\\system32\\NTOSKRNL.EXE", "\\SystemRoot\\Somewhere\\MountMgr.sys",
                                  "\\??\\C:\\Elsewhere\\NOTHERE.SYS"});
-    served["NtQuerySystemInformation"] = fn(&served_system);
+    served["NtQuerySystemInformation"] = as_proc(&served_system);
     vxio::test::each_allocation_fails([](HeapLedger &inner) {
         List modules;
         if (!modules.array) return;  // the test's own list was the one refused
@@ -548,8 +535,8 @@ LONG NTAPI served_query(ULONG, ULONG flags, void *) { return flags == 1 ? 0 : -1
 LONG NTAPI served_destroy(void *) { return ++destroyed, 0; }
 
 TEST_F(ProcessLists, DebugBufferModulesLeaveTheThreadImpersonating) {
-    served = {{"RtlCreateQueryDebugBuffer", fn(&served_create)}, {"RtlQueryProcessDebugInformation", fn(&served_query)},
-              {"RtlDestroyQueryDebugBuffer", fn(&served_destroy)}};
+    served = {{"RtlCreateQueryDebugBuffer", as_proc(&served_create)}, {"RtlQueryProcessDebugInformation", as_proc(&served_query)},
+              {"RtlDestroyQueryDebugBuffer", as_proc(&served_destroy)}};
     const std::vector<uint8_t> elsewhere = module_block({"\\??\\C:\\ELSEWHERE.DLL"});
     // As the system fills it; then, written by a hostile target, a module
     // block outside the buffer, a part in use that ends inside the one
@@ -596,9 +583,9 @@ BOOL WINAPI served_block_first(LPHEAPENTRY32 b, DWORD, ULONG_PTR heap) { return 
 TEST_F(ProcessLists, HeapWalkKeepsFixedFreeAndMovableBlocks) {
     List real;
     EXPECT_EQ(VOXA_IO_CreateWin32ToolHelpHeapsList(real, child.id), -1);
-    served = {{"CreateToolhelp32Snapshot", fn(&served_snapshot)}, {"Heap32ListFirst", fn(&served_list)},
-              {"Heap32ListNext", fn(&served_list)}, {"Heap32First", fn(&served_block_first)},
-              {"Heap32Next", fn(&served_block_next)}};
+    served = {{"CreateToolhelp32Snapshot", as_proc(&served_snapshot)}, {"Heap32ListFirst", as_proc(&served_list)},
+              {"Heap32ListNext", as_proc(&served_list)}, {"Heap32First", as_proc(&served_block_first)},
+              {"Heap32Next", as_proc(&served_block_next)}};
     List blocks;
     EXPECT_EQ(VOXA_IO_CreateWin32ToolHelpHeapsList(blocks, child.id), -1);  // the second heap
     auto items = blocks.items<HeapBlockEntry>();
@@ -643,9 +630,9 @@ LONG WINAPI served_raw(PDH_HCOUNTER, LPDWORD size, LPDWORD count, PDH_RAW_COUNTE
 TEST_F(ProcessLists, PerformanceCountersSkipTheFirstItemAndPseudoProcesses) {
     List real;
     EXPECT_EQ(VOXA_IO_CreateWin32PDHProcessNamesList(real), -1);  // Wine: no object enumeration
-    served = {{"PdhMakeCounterPathA", fn(&served_path)}, {"PdhOpenQueryA", fn(&served_open)},
-              {"PdhAddCounterA", fn(&served_add)}, {"PdhCollectQueryData", fn(&served_collect)},
-              {"PdhGetRawCounterArrayA", fn(&served_raw)}, {"PdhCloseQuery", fn(&served_close)}};
+    served = {{"PdhMakeCounterPathA", as_proc(&served_path)}, {"PdhOpenQueryA", as_proc(&served_open)},
+              {"PdhAddCounterA", as_proc(&served_add)}, {"PdhCollectQueryData", as_proc(&served_collect)},
+              {"PdhGetRawCounterArrayA", as_proc(&served_raw)}, {"PdhCloseQuery", as_proc(&served_close)}};
     pdh = Pdh{};
     List processes, threads;
     ASSERT_EQ(VOXA_IO_CreateWin32PDHProcessList(processes), 0);

@@ -9,7 +9,6 @@
 
 #include <chrono>
 #include <fstream>
-#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -18,12 +17,15 @@
 #include "child/launch.h"
 #include "platform/os.h"
 #include "support/heap_ledger.h"
+#include "support/served.h"
 #include "support/temp_dir.h"
 #include "vxio/process.h"
 #include "vxio/process_memory.h"
 
 using namespace vxio::platform;
+using vxio::test::as_proc;
 using vxio::test::HeapLedger;
+using vxio::test::served;
 using vxio::test::TempDir;
 
 namespace {
@@ -84,12 +86,6 @@ struct HandleAccount {
     HandleAccount() { open.clear(); }
 };
 
-// Entry points served by name instead of the system's.
-std::map<std::string, FARPROC> served;
-FARPROC WINAPI serving_get_proc_address(HMODULE module, LPCSTR name) {
-    if (HIWORD(reinterpret_cast<uintptr_t>(name)) && served.count(name)) return served[name];
-    return real_os.GetProcAddress(module, name);
-}
 template <typename Query>
 Query query_of(HANDLE handle) {
     Query query{};
@@ -97,17 +93,12 @@ Query query_of(HANDLE handle) {
     return query;
 }
 
-template <typename Fn>
-FARPROC as_farproc(Fn fn) {
-    return reinterpret_cast<FARPROC>(reinterpret_cast<void *>(fn));
-}
-
 class ProcessMemory : public ::testing::Test {
 protected:
     HeapLedger ledger;
     HandleAccount handles;
+    vxio::test::Served entries;  // what each test puts in `served`
     void TearDown() override {
-        served.clear();
         EXPECT_EQ(ledger.live(), 0u) << "library blocks left";
         EXPECT_TRUE(HandleAccount::open.empty()) << HandleAccount::open.size() << " handles left open";
     }
@@ -119,12 +110,6 @@ TEST_F(ProcessMemory, ReadsReturnTheChildsBuffer) {
     ASSERT_LT(child.buffer, 0x100000000ull) << "the 32-bit reads need the buffer below 4 GiB";
     const auto base = static_cast<uint32_t>(child.buffer);
     const std::string expected = child_pattern(child.size);
-    std::string crossCheck(child.size, '\0');
-    SIZE_T got = 0;
-    ASSERT_TRUE(ReadProcessMemory(child.info.hProcess, reinterpret_cast<void *>(child.buffer),
-                                  &crossCheck[0], child.size, &got));
-    ASSERT_TRUE(crossCheck == expected);
-
     std::string heap(4096, '\0');
     void *into = &heap[0];
     uint32_t count = 0;
@@ -205,8 +190,7 @@ TEST_F(ProcessMemory, EveryAllocationFailureIsCleanedUp) {
     Child child;
     record_handles_of(child.pid);
     ASSERT_GT(replayed_handles.size(), 8u);
-    served = {{"NtQuerySystemInformation", as_farproc(&replay_handles)}};
-    SeamEntry<decltype(OsTable::GetProcAddress)> seam(&OsTable::GetProcAddress, serving_get_proc_address);
+    served = {{"NtQuerySystemInformation", as_proc(&replay_handles)}};
     const auto base = static_cast<uint32_t>(child.buffer);
     vxio::test::each_allocation_fails([&](HeapLedger &) {
         void *out = nullptr;
@@ -469,10 +453,9 @@ TEST_F(ProcessMemory, HandleEnumerationFindsTheChildsFiles) {
     // Threads are described by their own query only when the file-name
     // query answered for them, which no system does: the answer "\\t" for
     // every handle is served for a second walk.
-    served = {{"NtQueryInformationFile", as_farproc(&answers_every_handle)}};
     for (bool answered : {true, false}) {
-        SeamEntry<decltype(OsTable::GetProcAddress)> seam(
-            &OsTable::GetProcAddress, answered ? serving_get_proc_address : real_os.GetProcAddress);
+        served.clear();
+        if (answered) served["NtQueryInformationFile"] = as_proc(&answers_every_handle);
         ASSERT_EQ(VOXA_IO_EnumerateOpenHandles(nullptr, 0, child.pid, 0, out, processes), 0);
         bool threadNamed = false;
         for (uint32_t i = 0; i < out->count; ++i) {
@@ -608,10 +591,9 @@ TEST_F(ProcessMemory, NamingWorkerIsBoundedAndItsOutcomesMarked) {
     Recorded::file = CreateFileA(dir.write("held.txt", "").c_str(), GENERIC_READ, 0, nullptr,
                                  OPEN_EXISTING, 0, nullptr);
     Recorded::release = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    served = {{"NtQuerySystemInformation", as_farproc(&Recorded::system)},
-              {"NtQueryInformationFile", as_farproc(&Recorded::file_name)},
-              {"NtQueryObject", as_farproc(&Recorded::object)}};
-    SeamEntry<decltype(OsTable::GetProcAddress)> seam(&OsTable::GetProcAddress, serving_get_proc_address);
+    served = {{"NtQuerySystemInformation", as_proc(&Recorded::system)},
+              {"NtQueryInformationFile", as_proc(&Recorded::file_name)},
+              {"NtQueryObject", as_proc(&Recorded::object)}};
     DynArray *processes = VOXA_arrNew(), *out = VOXA_arrNew();
     SeamEntry<decltype(OsTable::CreateThread)> threads(&OsTable::CreateThread, Recorded::create_thread);
     SeamEntry<decltype(OsTable::WaitForSingleObjectEx)> waits(&OsTable::WaitForSingleObjectEx, Recorded::wait);
@@ -698,9 +680,8 @@ TEST_F(ProcessMemory, DriversAreFoundInTheSystemDirectory) {
     VOXA_arrClear(list, 1);
 
     driverNames = {L"NTDLL.dll", L"NoSuch.SYS"};
-    served = {{"EnumDeviceDrivers", as_farproc(&recorded_drivers)},
-              {"GetDeviceDriverBaseNameW", as_farproc(&recorded_base_name)}};
-    SeamEntry<decltype(OsTable::GetProcAddress)> seam(&OsTable::GetProcAddress, serving_get_proc_address);
+    served = {{"EnumDeviceDrivers", as_proc(&recorded_drivers)},
+              {"GetDeviceDriverBaseNameW", as_proc(&recorded_base_name)}};
     ASSERT_EQ(VOXA_IO_EnumDeviceDrivers(list), 0);
     ASSERT_EQ(list->count, 2u);
     char windows[MAX_PATH];

@@ -32,9 +32,8 @@
 #define VXIO_API
 #endif
 
-#define VXIO_VERSION_MAJOR 0
-#define VXIO_VERSION_MINOR 1
-#define VXIO_VERSION_PATCH 0
-#define VXIO_VERSION_STRING "0.1.0"
+/* VXIO_VERSION_MAJOR, _MINOR, _PATCH and VXIO_VERSION_STRING: made by the
+ * build from the project version, and installed beside this header. */
+#include "vxio/version.h"
 
 #endif /* VXIO_BASE_H */

@@ -5,14 +5,8 @@
 # Usage: install_test.sh SOURCE_DIR BUILD_DIR
 set -u
 src=$1 build=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-passed=0 failed=0
-check() { # description, command...
-  local what=$1; shift
-  if "$@" >"$work/out" 2>&1; then passed=$((passed + 1)); else
-    failed=$((failed + 1)); echo "FAILED: $what"; sed 's/^/  /' "$work/out" | tail -20; fi
-}
+# shellcheck source=../support/steps.sh
+source "$(dirname "$0")/../support/steps.sh"
 
 check "cmake --install" cmake --install "$build" --prefix "$work/stage"
 for f in bin/vxio.dll bin/vxio.exe lib/libvxio.dll.a include/vxio/vxio.h include/vxio/io.h \
@@ -35,5 +29,4 @@ check "build the C client" cmake --build "$work/client"
 cp "$work/stage/bin/vxio.dll" "$work/client/" 2>/dev/null
 check "run the C client" bash -c "'$src/scripts/wine-run' '$work/client/c_client.exe' | tee /dev/stderr | grep -q '^ok: 0 failure'"
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+summary

@@ -7,14 +7,8 @@
 set -u
 src=$1 build=$2 version=$3
 name=vxio-$version-win64
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-passed=0 failed=0
-check() { # description, command...
-  local what=$1; shift
-  if "$@" >"$work/out" 2>&1; then passed=$((passed + 1)); else
-    failed=$((failed + 1)); echo "FAILED: $what"; sed 's/^/  /' "$work/out" | tail -20; fi
-}
+# shellcheck source=../support/steps.sh
+source "$(dirname "$0")/../support/steps.sh"
 
 # Into a directory of its own: the build tree's own archive is left alone.
 check "cpack" cpack -G ZIP --config "$build/CPackConfig.cmake" -B "$work/pack"
@@ -57,5 +51,4 @@ done
 check "vxio.exe --version from the archive" bash -c \
   "'$src/scripts/wine-run' '$top/bin/vxio.exe' --version | tr -d '\r' | grep -qx 'vxio $version'"
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+summary

@@ -49,11 +49,10 @@ int run_dump(int argc, char **argv) {
         "failed, 2 bad usage.\n";
     ParsedArgs args;
     uint32_t pid = 0;
-    int status = parse_pid_command("dump", kUsage, argc, argv, {{"--out", OptionKind::kText}},
-                                   &args, &pid);
-    if (status >= 0) return status;
     ProcessIdentity identity;
-    if ((status = require_process("dump", pid, &identity)) >= 0) return status;
+    int status = parse_process_command("dump", kUsage, argc, argv,
+                                       {{"--out", OptionKind::kText}}, &args, &pid, &identity);
+    if (status >= 0) return status;
     const std::string *out = args.value("--out");
     if (out && (status = prepare_directory(*out)) >= 0) return status;
     // The dumps write into the current directory ("modules.tmp" among
@@ -88,11 +87,10 @@ int run_kill(int argc, char **argv) {
         "or it could not be terminated, 2 bad usage.\n";
     ParsedArgs args;
     uint32_t pid = 0;
-    int status = parse_pid_command("kill", kUsage, argc, argv, {{"--yes", OptionKind::kFlag}},
-                                   &args, &pid);
-    if (status >= 0) return status;
     ProcessIdentity identity;
-    if ((status = require_process("kill", pid, &identity)) >= 0) return status;
+    const int status = parse_process_command("kill", kUsage, argc, argv,
+                                             {{"--yes", OptionKind::kFlag}}, &args, &pid, &identity);
+    if (status >= 0) return status;
     const std::string described = identity.described(pid);
     if (!args.has("--yes")) {
         printf("terminate process %s? [y/N] ", described.c_str());

@@ -9,6 +9,7 @@
 #include <tlhelp32.h>
 
 #include <string>
+#include <utility>
 
 #include "digest.h"
 #include "process_support.h"
@@ -31,8 +32,10 @@ uint32_t List::size() const {
     return array_->count <= array_->capacity ? array_->count : array_->capacity;
 }
 
-int parse_pid_command(const char *command, const char *usage, int argc, char **argv,
-                      std::vector<OptionSpec> specs, ParsedArgs *parsed, uint32_t *pid) {
+// Parses the command line of a command that takes one PID: -1 to go on
+// with *pid set, else the exit code (help printed, or bad usage).
+static int parse_pid_command(const char *command, const char *usage, int argc, char **argv,
+                             std::vector<OptionSpec> specs, ParsedArgs *parsed, uint32_t *pid) {
     const int status = run_options(command, usage, argc, argv, specs, "PID", 1, 1, parsed);
     if (status >= 0) return status;
     uint64_t value = 0;
@@ -97,7 +100,10 @@ int find_in_snapshot(uint32_t pid, std::string *name) {
 
 }  // namespace
 
-int require_process(const char *command, uint32_t pid, ProcessIdentity *identity) {
+// Whether process pid exists, by the system (its process snapshot, or
+// OpenProcess's error when no snapshot can be taken): -1 when it exists
+// (identity filled), else 1 after "vxio COMMAND: PID: no such process".
+static int require_process(const char *command, uint32_t pid, ProcessIdentity *identity) {
     int found = find_in_snapshot(pid, &identity->name);
     if (found < 0) {
         // Without a snapshot, OpenProcess tells: an id that names no
@@ -112,6 +118,13 @@ int require_process(const char *command, uint32_t pid, ProcessIdentity *identity
     identity->path = image_path(pid);
     if (identity->name.empty()) identity->name = base_name(identity->path.c_str());
     return -1;
+}
+
+int parse_process_command(const char *command, const char *usage, int argc, char **argv,
+                          std::vector<OptionSpec> specs, ParsedArgs *parsed, uint32_t *pid,
+                          ProcessIdentity *identity) {
+    const int status = parse_pid_command(command, usage, argc, argv, std::move(specs), parsed, pid);
+    return status >= 0 ? status : require_process(command, *pid, identity);
 }
 
 int report_result(const char *command, const std::string &object, int32_t result) {
@@ -203,11 +216,10 @@ int run_threads(int argc, char **argv) {
         "2 bad usage.\n";
     ParsedArgs args;
     uint32_t pid = 0;
-    int status = parse_pid_command("threads", kUsage, argc, argv, {kJsonOption, kNoHeaderOption},
-                                   &args, &pid);
-    if (status >= 0) return status;
     ProcessIdentity identity;
-    if ((status = require_process("threads", pid, &identity)) >= 0) return status;
+    const int status = parse_process_command("threads", kUsage, argc, argv,
+                                             {kJsonOption, kNoHeaderOption}, &args, &pid, &identity);
+    if (status >= 0) return status;
     List processes, modules, threads;
     SetLastError(0);
     const int32_t result =

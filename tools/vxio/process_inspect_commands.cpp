@@ -96,11 +96,10 @@ int run_modules(int argc, char **argv) {
         "Exit codes: 0 listed, 1 no such process or it could not be read, 2 bad usage.\n";
     ParsedArgs args;
     uint32_t pid = 0;
-    int status = parse_pid_command("modules", kUsage, argc, argv, {kJsonOption, kNoHeaderOption},
-                                   &args, &pid);
-    if (status >= 0) return status;
     ProcessIdentity identity;
-    if ((status = require_process("modules", pid, &identity)) >= 0) return status;
+    const int status = parse_process_command("modules", kUsage, argc, argv,
+                                             {kJsonOption, kNoHeaderOption}, &args, &pid, &identity);
+    if (status >= 0) return status;
     List modules;
     SetLastError(0);
     const int32_t result = VOXA_IO_CreateWin32PSAPIModulesList(modules.get(), pid);
@@ -195,11 +194,10 @@ int run_handles(int argc, char **argv) {
         "read, 2 bad usage.\n";
     ParsedArgs args;
     uint32_t pid = 0;
-    int status = parse_pid_command("handles", kUsage, argc, argv, {kJsonOption, kNoHeaderOption},
-                                   &args, &pid);
-    if (status >= 0) return status;
     ProcessIdentity identity;
-    if ((status = require_process("handles", pid, &identity)) >= 0) return status;
+    const int status = parse_process_command("handles", kUsage, argc, argv,
+                                             {kJsonOption, kNoHeaderOption}, &args, &pid, &identity);
+    if (status >= 0) return status;
     const bool json = args.has("--json");
     if (!json && !args.has("--no-header")) printf("HANDLE\tTYPE\tNAME\n");
     // The engine takes owner 0 as "every process": the idle process, which

@@ -45,11 +45,6 @@ using KernelHandle = Owned<KernelHandleTraits>;
 extern const OptionSpec kJsonOption;
 extern const OptionSpec kNoHeaderOption;
 
-// Parses the command line of a command that takes one PID: -1 to go on
-// with *pid set, else the exit code (help printed, or bad usage).
-int parse_pid_command(const char *command, const char *usage, int argc, char **argv,
-                      std::vector<OptionSpec> specs, ParsedArgs *parsed, uint32_t *pid);
-
 // A process as the system knows it: the name from its snapshot, the full
 // image path when the process can be asked for it.
 struct ProcessIdentity {
@@ -59,11 +54,14 @@ struct ProcessIdentity {
     std::string described(uint32_t pid) const;
 };
 
-// Whether process pid exists, decided by the system (its process
-// snapshot, or OpenProcess's error when no snapshot can be taken), never
-// by an empty list. -1 when it exists (identity filled), else 1 after
-// "vxio COMMAND: PID: no such process".
-int require_process(const char *command, uint32_t pid, ProcessIdentity *identity);
+// The command line of a command that takes the PID of an existing
+// process: -1 to go on with *pid and *identity set, else the exit code
+// (help printed, bad usage, or "vxio COMMAND: PID: no such process" after
+// the system's own process snapshot said so; never judged from an empty
+// list).
+int parse_process_command(const char *command, const char *usage, int argc, char **argv,
+                          std::vector<OptionSpec> specs, ParsedArgs *parsed, uint32_t *pid,
+                          ProcessIdentity *identity);
 
 // A library result other than VXIO_PROC_OK, as a sentence naming object,
 // with the system's message when the thread's last error (cleared by the

@@ -657,7 +657,8 @@ int parse_options(int argc, char **argv, Options &options) {
     if (parsed >= 0) return parsed;
     for (const std::string &root : args.operands) options.roots.push_back(wide_of_utf8(root));
     options.excludes = args.values("--exclude");
-    options.maxDepth = args.has("--max-depth") ? static_cast<int>(args.number("--max-depth", 0)) : -1;
+    options.maxDepth =
+        args.has("--max-depth") ? static_cast<int>(args.number("--max-depth", 0)) : -1;
     options.jobs = static_cast<unsigned>(args.number("--jobs", 0));
     options.json = args.has("--json");
     options.summary = args.has("--summary");
@@ -677,7 +678,8 @@ int parse_options(int argc, char **argv, Options &options) {
     }
     if (!options.checkLists.empty()) {
         if (!options.roots.empty()) return usage_error("scan", "--check takes no PATH");
-        if (!options.signatureList.empty()) return usage_error("scan", "--check does not go with --signatures");
+        if (!options.signatureList.empty())
+            return usage_error("scan", "--check does not go with --signatures");
         return -1;
     }
     if (options.remove && options.signatureList.empty())

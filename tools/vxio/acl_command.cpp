@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "digest.h"
 #include "scan_text.h"
 #include "tool.h"
 #include "vxio/acl.h"
@@ -151,15 +152,16 @@ CommandShape command_shape(const std::string &command) {
 // ---- The listing file of a recursive List -----------------------------
 
 // A temporary file in %TEMP%, deleted when its owner goes.
-struct TempFileTraits {
-    using Value = std::wstring *;
-    static std::wstring *invalid() { return nullptr; }
-    static void close(std::wstring *path) {
-        DeleteFileW(path->c_str());
-        delete path;
+struct TempFile {
+    std::wstring path;  // empty until made
+    TempFile() = default;
+    TempFile(const TempFile &) = delete;
+    TempFile &operator=(const TempFile &) = delete;
+    ~TempFile() {
+        if (!path.empty()) DeleteFileW(path.c_str());
     }
+    bool valid() const { return !path.empty(); }
 };
-using TempFile = Owned<TempFileTraits>;
 
 // Makes the temporary file; its name in the ANSI code page (the engine's
 // 8-bit calls open it) goes to ansiName. The short form is used when the
@@ -171,25 +173,11 @@ bool make_temp_file(TempFile &file, std::string &ansiName, std::string &error) {
         error = "a temporary file in %TEMP%: " + reason_text(GetLastError());
         return false;
     }
-    file.reset(new std::wstring(path));
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        wchar_t shortPath[MAX_PATH + 1];
-        const wchar_t *name = path;
-        if (attempt == 1) {
-            const DWORD got = GetShortPathNameW(path, shortPath, MAX_PATH + 1);
-            if (got == 0 || got > MAX_PATH) break;
-            name = shortPath;
-        }
-        BOOL lossy = FALSE;
-        char ansi[3 * MAX_PATH + 1];
-        const int bytes = WideCharToMultiByte(CP_ACP, 0, name, -1, ansi, sizeof ansi, nullptr, &lossy);
-        if (bytes > 0 && !lossy) {
-            ansiName = ansi;
-            return true;
-        }
-    }
-    error = "a temporary file in %TEMP%: its name has no ANSI form";
-    return false;
+    file.path = path;
+    std::string failure;
+    ansiName = library_name(path, false, &failure);
+    if (ansiName.empty()) error = "a temporary file in %TEMP%: " + failure;
+    return !ansiName.empty();
 }
 
 // The whole file, up to kMostListing bytes; false with the reason.
@@ -236,7 +224,7 @@ std::vector<std::string> file_records(const std::string &text) {
 
 // ---- Printing -----------------------------------------------------------
 
-const char *object_type_name(unsigned long type) {
+const char *object_type_name(uint64_t type) {
     static const char *const kNames[] = {"unknown", "file", "service", "printer", "registry", "share"};
     return type < sizeof kNames / sizeof kNames[0] ? kNames[type] : "unknown";
 }
@@ -250,9 +238,9 @@ std::string record_json(std::string record) {
     if (record.size() > 1 && record[0] == '"') {
         const size_t nameEnd = record.find("\",", 1);
         const size_t typeEnd = nameEnd == std::string::npos ? nameEnd : record.find(",\"", nameEnd + 2);
-        unsigned long type = 0;
+        uint64_t type = 0;
         if (typeEnd != std::string::npos &&
-            parse_count(record.substr(nameEnd + 2, typeEnd - nameEnd - 2), &type)) {
+            parse_number(record.substr(nameEnd + 2, typeEnd - nameEnd - 2), 0, 0xFFFFFFFFu, &type)) {
             std::string descriptor = record.substr(typeEnd + 2);
             if (descriptor.size() >= 3 && descriptor.compare(descriptor.size() - 3, 3, ">>>") == 0)
                 descriptor.resize(descriptor.size() - 3);
@@ -280,7 +268,7 @@ void print_records(const std::vector<std::string> &records, bool json) {
 }  // namespace
 
 int run_acl(int argc, char **argv) {
-    static const std::vector<OptionSpec> kOptions = {{"--in", OptionKind::kText},
+    static const std::vector<OptionRule> kOptions = {{"--in", OptionKind::kText},
                                                      {"--json", OptionKind::kFlag}};
     // A command begins with "--" like an option; it is told apart by its
     // ">" separators, which no option of the tool holds, and handed to the

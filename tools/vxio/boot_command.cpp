@@ -199,7 +199,7 @@ int list_image(const std::string &path, const Output &output) {
 }  // namespace
 
 int run_boot(int argc, char **argv) {
-    static const std::vector<OptionSpec> kOptions = {
+    static const std::vector<OptionRule> kOptions = {
         {"--image", OptionKind::kText}, {"--json", OptionKind::kFlag},
         {"--no-header", OptionKind::kFlag}};
     ParsedArgs args;

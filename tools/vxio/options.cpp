@@ -44,15 +44,15 @@ bool parse_number(const std::string &text, uint64_t min, uint64_t max, uint64_t 
 
 namespace {
 
-const OptionSpec *find_spec(const std::vector<OptionSpec> &specs, const std::string &name) {
-    for (const OptionSpec &spec : specs)
-        if (name == spec.name || (spec.alias && name == spec.alias)) return &spec;
+const OptionRule *find_rule(const std::vector<OptionRule> &rules, const std::string &name) {
+    for (const OptionRule &rule : rules)
+        if (name == rule.name || (rule.alias && name == rule.alias)) return &rule;
     return nullptr;
 }
 
-std::string range_text(const OptionSpec &spec) {
-    if (spec.max == UINT64_MAX) return "a number from " + std::to_string(spec.min) + " up";
-    return "a number from " + std::to_string(spec.min) + " to " + std::to_string(spec.max);
+std::string range_text(const OptionRule &rule) {
+    if (rule.max == UINT64_MAX) return "a number from " + std::to_string(rule.min) + " up";
+    return "a number from " + std::to_string(rule.min) + " to " + std::to_string(rule.max);
 }
 
 bool fail(std::string *error, const std::string &reason) {
@@ -62,7 +62,7 @@ bool fail(std::string *error, const std::string &reason) {
 
 }  // namespace
 
-bool parse_arguments(const std::vector<std::string> &args, const std::vector<OptionSpec> &specs,
+bool parse_arguments(const std::vector<std::string> &args, const std::vector<OptionRule> &rules,
                      const char *operandName, size_t minOperands, size_t maxOperands,
                      ParsedArgs *parsed, std::string *error) {
     *parsed = ParsedArgs();
@@ -86,27 +86,27 @@ bool parse_arguments(const std::vector<std::string> &args, const std::vector<Opt
         }
         const size_t equals = arg.compare(0, 2, "--") == 0 ? arg.find('=') : std::string::npos;
         const std::string name = arg.substr(0, equals);
-        const OptionSpec *spec = find_spec(specs, name);
-        if (!spec) return fail(error, "unknown option '" + name + "'");
+        const OptionRule *rule = find_rule(rules, name);
+        if (!rule) return fail(error, "unknown option '" + name + "'");
         std::string value;
-        if (spec->kind == OptionKind::kFlag) {
+        if (rule->kind == OptionKind::kFlag) {
             if (equals != std::string::npos)
-                return fail(error, "option '" + std::string(spec->name) + "' takes no value");
+                return fail(error, "option '" + std::string(rule->name) + "' takes no value");
         } else if (equals != std::string::npos) {
             value = arg.substr(equals + 1);
         } else if (i + 1 < args.size()) {
             value = args[++i];
         } else {
-            return fail(error, "option '" + std::string(spec->name) + "' needs a value");
+            return fail(error, "option '" + std::string(rule->name) + "' needs a value");
         }
-        if (spec->kind == OptionKind::kText && value.empty())
-            return fail(error, "option '" + std::string(spec->name) + "' needs a value");
+        if (rule->kind == OptionKind::kText && value.empty())
+            return fail(error, "option '" + std::string(rule->name) + "' needs a value");
         uint64_t number = 0;
-        if (spec->kind == OptionKind::kNumber &&
-            !parse_number(value, spec->min, spec->max, &number))
-            return fail(error, std::string(spec->name) + " takes " + range_text(*spec) + ", not '" +
+        if (rule->kind == OptionKind::kNumber &&
+            !parse_number(value, rule->min, rule->max, &number))
+            return fail(error, std::string(rule->name) + " takes " + range_text(*rule) + ", not '" +
                                    value + "'");
-        parsed->options.emplace_back(spec->name, value);
+        parsed->options.emplace_back(rule->name, value);
     }
     if (parsed->operands.size() < minOperands) return fail(error, std::string("missing ") + operandName);
     return true;
@@ -122,17 +122,17 @@ int usage_error(const char *command, const std::string &message) {
 }
 
 int run_options(const char *command, const char *usage, int argc, char **argv,
-                const std::vector<OptionSpec> &specs, const char *operandName,
+                const std::vector<OptionRule> &rules, const char *operandName,
                 size_t minOperands, size_t maxOperands, ParsedArgs *parsed) {
-    return run_options(command, usage, std::vector<std::string>(argv + 1, argv + argc), specs,
+    return run_options(command, usage, std::vector<std::string>(argv + 1, argv + argc), rules,
                        operandName, minOperands, maxOperands, parsed);
 }
 
 int run_options(const char *command, const char *usage, const std::vector<std::string> &args,
-                const std::vector<OptionSpec> &specs, const char *operandName,
+                const std::vector<OptionRule> &rules, const char *operandName,
                 size_t minOperands, size_t maxOperands, ParsedArgs *parsed) {
     std::string error;
-    if (!parse_arguments(args, specs, operandName, minOperands, maxOperands, parsed, &error))
+    if (!parse_arguments(args, rules, operandName, minOperands, maxOperands, parsed, &error))
         return usage_error(command, error);
     if (parsed->help) {
         fputs(usage, stdout);

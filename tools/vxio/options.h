@@ -16,7 +16,7 @@ namespace vxio_tool {
 
 enum class OptionKind { kFlag, kText, kNumber };
 
-struct OptionSpec {
+struct OptionRule {
     const char *name;   // "--jobs"
     OptionKind kind;
     uint64_t min = 0;   // the range of a kNumber value
@@ -53,7 +53,7 @@ bool parse_number(const std::string &text, uint64_t min, uint64_t max, uint64_t 
 // "missing PID", "extra operand 'x'". "-h" and "--help" set help and
 // stop the parsing (the rest is not looked at); "--" ends the options;
 // "-" alone is an operand.
-bool parse_arguments(const std::vector<std::string> &args, const std::vector<OptionSpec> &specs,
+bool parse_arguments(const std::vector<std::string> &args, const std::vector<OptionRule> &rules,
                      const char *operandName, size_t minOperands, size_t maxOperands,
                      ParsedArgs *parsed, std::string *error);
 
@@ -66,12 +66,12 @@ int usage_error(const char *command, const std::string &message);
 // on stdout for --help (returning 0) or the reason and "Try 'vxio COMMAND
 // --help'." on stderr for bad usage (returning 2); -1 to go on.
 int run_options(const char *command, const char *usage, int argc, char **argv,
-                const std::vector<OptionSpec> &specs, const char *operandName,
+                const std::vector<OptionRule> &rules, const char *operandName,
                 size_t minOperands, size_t maxOperands, ParsedArgs *parsed);
 // The same for arguments given apart (those after the command's name), as
 // the commands that take names in UTF-8 have them.
 int run_options(const char *command, const char *usage, const std::vector<std::string> &args,
-                const std::vector<OptionSpec> &specs, const char *operandName,
+                const std::vector<OptionRule> &rules, const char *operandName,
                 size_t minOperands, size_t maxOperands, ParsedArgs *parsed);
 
 }  // namespace vxio_tool

@@ -19,8 +19,8 @@
 
 namespace vxio_tool {
 
-const OptionSpec kJsonOption{"--json", OptionKind::kFlag};
-const OptionSpec kNoHeaderOption{"--no-header", OptionKind::kFlag};
+const OptionRule kJsonOption{"--json", OptionKind::kFlag};
+const OptionRule kNoHeaderOption{"--no-header", OptionKind::kFlag};
 
 List::List() : array_(VOXA_arrNew()) {}
 List::~List() {
@@ -35,8 +35,8 @@ uint32_t List::size() const {
 // Parses the command line of a command that takes one PID: -1 to go on
 // with *pid set, else the exit code (help printed, or bad usage).
 static int parse_pid_command(const char *command, const char *usage, int argc, char **argv,
-                             std::vector<OptionSpec> specs, ParsedArgs *parsed, uint32_t *pid) {
-    const int status = run_options(command, usage, argc, argv, specs, "PID", 1, 1, parsed);
+                             std::vector<OptionRule> rules, ParsedArgs *parsed, uint32_t *pid) {
+    const int status = run_options(command, usage, argc, argv, rules, "PID", 1, 1, parsed);
     if (status >= 0) return status;
     uint64_t value = 0;
     if (!parse_number(parsed->operands[0], 0, UINT32_MAX, &value))
@@ -44,11 +44,6 @@ static int parse_pid_command(const char *command, const char *usage, int argc, c
                                         parsed->operands[0] + "'");
     *pid = static_cast<uint32_t>(value);
     return -1;
-}
-
-std::string utf8_from_wide(const wchar_t *text, size_t length) {
-    if (!text || length == 0 || length > 0x7FFF) return "";
-    return utf8_of(std::wstring(text, length));
 }
 
 const char *base_name(const char *path) {
@@ -75,7 +70,7 @@ std::string image_path(uint32_t pid) {
     if (!QueryFullProcessImageNameW(process.get(), 0, path, &length) ||
         length >= sizeof path / sizeof path[0])
         return "";
-    return utf8_from_wide(path, length);
+    return utf8_of(std::wstring(path, length));
 }
 
 // Looks pid up in the system's process snapshot: 1 found, 0 absent, -1
@@ -90,7 +85,7 @@ int find_in_snapshot(uint32_t pid, std::string *name) {
     for (uint32_t seen = 0; more && seen < (1u << 30); ++seen) {
         if (entry.th32ProcessID == pid) {
             entry.szExeFile[MAX_PATH - 1] = L'\0';
-            *name = utf8_from_wide(entry.szExeFile, wcslen(entry.szExeFile));
+            *name = utf8_of(entry.szExeFile);
             return 1;
         }
         more = Process32NextW(snapshot.get(), &entry);
@@ -121,9 +116,9 @@ static int require_process(const char *command, uint32_t pid, ProcessIdentity *i
 }
 
 int parse_process_command(const char *command, const char *usage, int argc, char **argv,
-                          std::vector<OptionSpec> specs, ParsedArgs *parsed, uint32_t *pid,
+                          std::vector<OptionRule> rules, ParsedArgs *parsed, uint32_t *pid,
                           ProcessIdentity *identity) {
-    const int status = parse_pid_command(command, usage, argc, argv, std::move(specs), parsed, pid);
+    const int status = parse_pid_command(command, usage, argc, argv, std::move(rules), parsed, pid);
     return status >= 0 ? status : require_process(command, *pid, identity);
 }
 

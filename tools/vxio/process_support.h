@@ -42,8 +42,8 @@ struct KernelHandleTraits {
 using KernelHandle = Owned<KernelHandleTraits>;
 
 // The options every listing command takes.
-extern const OptionSpec kJsonOption;
-extern const OptionSpec kNoHeaderOption;
+extern const OptionRule kJsonOption;
+extern const OptionRule kNoHeaderOption;
 
 // A process as the system knows it: the name from its snapshot, the full
 // image path when the process can be asked for it.
@@ -60,16 +60,13 @@ struct ProcessIdentity {
 // the system's own process snapshot said so; never judged from an empty
 // list).
 int parse_process_command(const char *command, const char *usage, int argc, char **argv,
-                          std::vector<OptionSpec> specs, ParsedArgs *parsed, uint32_t *pid,
+                          std::vector<OptionRule> rules, ParsedArgs *parsed, uint32_t *pid,
                           ProcessIdentity *identity);
 
 // A library result other than VXIO_PROC_OK, as a sentence naming object,
 // with the system's message when the thread's last error (cleared by the
 // caller before the call) holds one. Returns 1.
 int report_result(const char *command, const std::string &object, int32_t result);
-
-// UTF-16 -> UTF-8 (bounded by length; unpaired surrogates become '?').
-std::string utf8_from_wide(const wchar_t *text, size_t length);
 
 // The last part of a path (after '\\' or '/').
 const char *base_name(const char *path);

@@ -71,18 +71,6 @@ bool glob_matches(const std::string &pattern, const std::string &text) {
     return p == pattern.size();
 }
 
-bool parse_count(const std::string &text, unsigned long *value) {
-    if (text.empty() || text.size() > 10) return false;
-    unsigned long long number = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return false;
-        number = number * 10 + static_cast<unsigned>(c - '0');
-    }
-    if (number > 0xFFFFFFFFull) return false;
-    *value = static_cast<unsigned long>(number);
-    return true;
-}
-
 std::string to_utf8(const std::string &text) {
     if (text.empty()) return text;
     const int units = MultiByteToWideChar(CP_ACP, 0, text.data(), static_cast<int>(text.size()),

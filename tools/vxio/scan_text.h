@@ -30,9 +30,6 @@ std::string stream_name(const std::string &suffix);
 // letters match either case, '/' and '\\' match each other.
 bool glob_matches(const std::string &pattern, const std::string &text);
 
-// A decimal count without sign or garbage, at most 10 digits.
-bool parse_count(const std::string &text, unsigned long *value);
-
 // ANSI code page -> UTF-8, the encoding of the checkers and JSON readers
 // the output is meant for; bytes that do not convert become '?'.
 std::string to_utf8(const std::string &text);

@@ -324,13 +324,7 @@ std::string data_text(DWORD type, const std::vector<BYTE> &data) {
         if (type != REG_MULTI_SZ) joined = joined.substr(0, joined.find(L'\0'));
         for (wchar_t &c : joined)
             if (c == L'\0') c = L';';
-        const int bytes = WideCharToMultiByte(CP_UTF8, 0, joined.c_str(),
-                                              static_cast<int>(joined.size()), nullptr, 0, nullptr, nullptr);
-        std::string utf8(bytes > 0 ? static_cast<size_t>(bytes) : 0, '\0');
-        if (bytes > 0)
-            WideCharToMultiByte(CP_UTF8, 0, joined.c_str(), static_cast<int>(joined.size()),
-                                &utf8[0], bytes, nullptr, nullptr);
-        return utf8;
+        return utf8_of(joined);
     }
     if (type == REG_DWORD && data.size() == 4) {
         DWORD value;
@@ -527,7 +521,7 @@ std::string finding_json(const Finding &f, size_t index, const std::string &dete
 }  // namespace
 
 int run_startup(int argc, char **argv) {
-    static const std::vector<OptionSpec> kOptions = {
+    static const std::vector<OptionRule> kOptions = {
         {"--definitions", OptionKind::kText}, {"--signatures", OptionKind::kText},
         {"--json", OptionKind::kFlag},        {"--no-header", OptionKind::kFlag},
         {"--clean", OptionKind::kText},       {"--yes", OptionKind::kFlag}};

@@ -162,7 +162,7 @@ std::string system_type(HANDLE owner, uint64_t value, QueryObjectFn query) {
     if (!text || type->Length == 0 || type->Length % 2 || text < answer + sizeof *type ||
         text > answer + sizeof answer || type->Length > answer + sizeof answer - text)
         return "";
-    return utf8_from_wide(type->Buffer, type->Length / 2);
+    return utf8_of(std::wstring(type->Buffer, type->Length / 2));
 }
 
 // The engine writes "__...__" marks where it has no name; a person sees
